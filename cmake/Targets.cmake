@@ -1,0 +1,47 @@
+# SPDX-License-Identifier: Apache-2.0
+# What the targets of this project have in common: warnings, sanitizers, and the
+# shape of a run-time library.
+
+add_library(tavdb_warnings INTERFACE)
+target_compile_options(tavdb_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wclass-memaccess>
+  $<$<BOOL:${TAVDB_WERROR}>:-Werror>)
+
+# Functions and data that nothing uses leave a library; sanitizers need them and
+# leave symbols open that their run-time library defines.
+set(tavdb_trim_compile -ffunction-sections -fdata-sections)
+set(tavdb_trim_link -Wl,--gc-sections -Wl,-z,defs)
+if(TAVDB_SANITIZE)
+  set(tavdb_trim_compile)
+  set(tavdb_trim_link)
+  add_compile_options(-fsanitize=${TAVDB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=${TAVDB_SANITIZE})
+endif()
+
+# A shared library with a C interface: C++20 without exceptions, RTTI and the C++
+# run-time library, so that libc is all it needs besides other libraries here.
+# The C compiler links it, which is what keeps libstdc++ out.
+function(tavdb_runtime_library target output version_script)
+  add_library(${target} SHARED ${ARGN})
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME ${output}
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINKER_LANGUAGE C
+    C_VISIBILITY_PRESET hidden
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    LINK_DEPENDS ${version_script})
+  target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
+  target_compile_options(${target} PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables>
+    ${tavdb_trim_compile})
+  target_link_options(${target} PRIVATE
+    -Wl,--version-script=${version_script} -Wl,--as-needed -Wl,-z,relro -Wl,-z,now ${tavdb_trim_link})
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_link_libraries(${target} PRIVATE tavdb_warnings)
+endfunction()
