@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+// Walks over a whole subtree: the copies between a leaf's three values and the
+// printing. Children are visited in the order of their chain.
+#include <stdio.h>
+
+#include "control/db_trace.h"
+#include "model/db_component.h"
+
+namespace tavdb {
+namespace {
+
+using CopyLeaf = int32_t (*)(tavDBMSession *session, const tavDBMLeaf &leaf);
+
+/// Copies at every leaf of a subtree; the first failure ends the walk.
+int32_t copySubTree(tavDBMSession *session, uint32_t key, CopyLeaf copy, CycleGuard path, Site site) {
+    if (path.meetsAgain(key))
+        return 0;
+    tavDBMComponent header;
+    if (comp_getComponent(session, key, &header) == nullptr) {
+        traceError(site, key, lastError(session));
+        return lastError(session);
+    }
+    if (header.kind == TAVDB_KIND_LEAF) {
+        tavDBMLeaf leaf;
+        return comp_getLeaf(session, key, &leaf) != nullptr ? copy(session, leaf) : lastError(session);
+    }
+    if (header.kind != TAVDB_KIND_NODE)
+        return failKind(session, header, site + 1);
+    tavDBMNode node;
+    if (comp_getNode(session, key, &node) == nullptr)
+        return lastError(session);
+    int32_t code = 0;
+    walkSiblings(session, node.firstChild, site + 2, [&](uint32_t child) {
+        code = copySubTree(session, child, copy, path, site);
+        return code != 0;
+    });
+    return code;
+}
+
+int32_t copyAll(tavDBMSession *session, uint32_t key, CopyLeaf copy, Site site) {
+    return copySubTree(session, key, copy, CycleGuard(site + 3), site);
+}
+
+/// Twice the depth, as the signed 32-bit number it is compared as.
+int32_t indentation(int32_t depth) {
+    return static_cast<int32_t>(2u * static_cast<uint32_t>(depth));
+}
+
+void printSpaces(int32_t count) {
+    for (int32_t i = 0; i < count; i++)
+        putc(' ', stdout);
+}
+
+void printLeaf(tavDBMSession *session, const tavDBMLeaf &leaf, int32_t depth) {
+    const int32_t width = indentation(depth + 1);
+    printSpaces(indentation(depth));
+    const uint32_t values[] = {leaf.currentValue, leaf.defaultValue, leaf.factoryValue};
+    for (const uint32_t value : values) {
+        printSpaces(width);
+        value_print(session, value);
+    }
+    if (leaf.hookId != 0)
+        printSpaces(width);
+}
+
+void printSubTree(tavDBMSession *session, uint32_t key, int32_t depth, CycleGuard path) {
+    constexpr Site site = {"comp_traverseAndPrint", 440};
+    tavDBMComponent header;
+    if (path.meetsAgain(key) || comp_getComponent(session, key, &header) == nullptr)
+        return;
+    if (header.kind == TAVDB_KIND_LEAF) {
+        tavDBMLeaf leaf;
+        if (comp_getLeaf(session, key, &leaf) != nullptr)
+            printLeaf(session, leaf, depth);
+        return;
+    }
+    if (header.kind != TAVDB_KIND_NODE) {
+        failKind(session, header, site);
+        return;
+    }
+    tavDBMNode node;
+    if (comp_getNode(session, key, &node) == nullptr)
+        return;
+    printSpaces(indentation(depth));
+    walkSiblings(session, node.firstChild, site + 1, [&](uint32_t child) {
+        printSubTree(session, child, depth + 1, path);
+        return false;
+    });
+}
+
+}  // namespace
+}  // namespace tavdb
+
+using namespace tavdb;
+
+int32_t comp_defaultToCurrent(tavDBMSession *session, uint32_t key) {
+    const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
+        return value_copy2(s, leaf.currentValue, leaf.defaultValue, leaf.hookId);
+    };
+    return copyAll(session, key, copy, {__func__, 400});
+}
+
+int32_t comp_factoryToDefault(tavDBMSession *session, uint32_t key) {
+    const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
+        return value_copy(s, leaf.defaultValue, leaf.factoryValue);
+    };
+    return copyAll(session, key, copy, {__func__, 410});
+}
+
+int32_t comp_currentToDefault(tavDBMSession *session, uint32_t key) {
+    const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
+        return value_copy(s, leaf.defaultValue, leaf.currentValue);
+    };
+    return copyAll(session, key, copy, {__func__, 420});
+}
+
+void comp_traverseAndPrint(tavDBMSession *session, uint32_t key, int32_t depth) {
+    printSubTree(session, key, depth, CycleGuard({__func__, 430}));
+}

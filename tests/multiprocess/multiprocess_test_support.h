@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the tests with several processes share: a database on real files, used
+// through the real port, and the question whether its tables are sound. The
+// test's own process attaches to nothing, so that children fork from a clean
+// state; children report by their exit status and by memory that they share.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "control/table_view.h"
+#include "port/osw/osw_test_support.h"
+#include "tavdb.h"
+#include "tavdb_modules.h"
+
+namespace tavdb_test {
+
+using tavdb::test::Child;
+using tavdb::test::eventually;
+using tavdb::test::Shared;
+using tavdb::test::TempFolder;
+
+inline constexpr uint32_t kDatabases = 31;
+inline constexpr uint32_t kSessions = 1023;
+inline constexpr uint32_t kLocks = 1023;
+inline constexpr uint32_t kRootKey = 16;
+
+/// @name What is wrong with a table's lists: every record must be in exactly one; empty when all is well
+/// @{
+std::string faultsOf(const tavDBMControlTable &table);
+std::string faultsOf(const tavDBMSessionTable &table);
+std::string faultsOf(const tavDBMLockTable &table);
+/// @}
+
+inline constexpr char kMemoryMedium[] =
+    "libtavdbfile.so tavdbMemOpen tavdbMemClose tavdbMemRead tavdbMemWrite tavdbMemSeek tavdbMemSync1";
+
+/// One of the three shared tables.
+enum class Table : uint8_t { control, session, lock };
+inline constexpr const char *kTableFiles[] = {"control.tbl", "session.tbl", "lock.tbl"};
+
+/// A folder with everything that a database needs but the tables, which the first process makes.
+class DatabaseFolder {
+public:
+    DatabaseFolder();
+
+    std::string path(const std::string &name) const {
+        return folder_ / name;
+    }
+    std::string path(Table table) const {
+        return path(kTableFiles[static_cast<uint8_t>(table)]);
+    }
+    /// Another fifth word makes another database on the same files.
+    tavDBMDescription description(uint32_t fifthWord = 0) const;
+    /// @param componentFunctions library and functions of the component medium; the others are memory media
+    void writeMediaConf(const std::string &componentFunctions) const;
+
+    /// tavDBMInit. @return the id or -1
+    int32_t attach(uint32_t fifthWord = 0, int32_t *error = nullptr) const;
+
+    uint32_t references(uint32_t dbId) const {
+        return ControlView(path(Table::control))->entry[dbId].refCount;
+    }
+    std::vector<uint32_t> sessions() const;
+    /// What is wrong with any of the three tables.
+    std::string faults() const;
+
+private:
+    TempFolder folder_;
+};
+
+/// Where processes wait for each other.
+class Barrier {
+public:
+    /// Comes back when that many processes have arrived, or at the latest after five seconds. @return whether all did
+    bool arriveAndWait(uint32_t processes) {
+        arrived_++;
+        return eventually([&] { return arrived_ >= processes; });
+    }
+    bool waitFor(uint32_t processes) const {
+        return eventually([&] { return arrived_ >= processes; });
+    }
+    void arrive() {
+        arrived_++;
+    }
+
+private:
+    std::atomic<uint32_t> arrived_ = 0;
+};
+
+/// The exit status of a child; the test fails, and the child is ended, when it takes longer than five seconds.
+int joinInTime(Child &child);
+
+/// Runs the body in so many children at once. @return their exit statuses
+std::vector<int> runAtOnce(uint32_t processes, const std::function<int(uint32_t number)> &body);
+
+/// Never comes back: for a process that is to be killed.
+[[noreturn]] void waitForTheEnd();
+
+/// Takes the mutex of a table that this process is attached to, as the library would. @return 0 or the platform's code
+int32_t holdMutex(const std::string &tablePath);
+
+/// Whether another process holds the mutex of the table. Asked by a child, which then attaches to it.
+bool isMutexHeld(const std::string &tablePath);
+
+class MultiProcess : public testing::Test {
+protected:
+    DatabaseFolder database_;
+};
+
+}  // namespace tavdb_test

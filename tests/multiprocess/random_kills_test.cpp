@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: Apache-2.0
+// Processes attach, open sessions, lock, close and detach without end and are
+// killed at any moment. Afterwards every record is in exactly one list, the
+// counts are what the processes did, and nothing of the capacity is lost.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+
+#include "multiprocess/multiprocess_test_support.h"
+
+namespace tavdb_test {
+namespace {
+
+constexpr uint32_t kWorkers = 3;
+constexpr uint32_t kKills = 200;          ///< unless TAVDB_TEST_KILLS says how many
+constexpr uint32_t kMostOperations = 40;  ///< between the start of a worker and its death
+constexpr uint32_t kWorkersDatabase = 1;
+
+uint32_t plannedKills() {
+    const char *const variable = getenv("TAVDB_TEST_KILLS");
+    return variable != nullptr ? static_cast<uint32_t>(strtoul(variable, nullptr, 10)) : kKills;
+}
+
+/// What the workers did, kept in shared memory; a worker that was killed may have begun one thing more.
+struct Tally {
+    std::atomic<uint32_t> attachBegun = 0, attachDone = 0, detachBegun = 0, detachDone = 0;
+    std::atomic<uint32_t> openBegun = 0, openDone = 0, closeBegun = 0, closeDone = 0;
+    std::atomic<uint32_t> lockBegun = 0, lockDone = 0, unlockBegun = 0, unlockDone = 0;
+};
+
+/// Counts an operation's begin and end.
+template <typename Operation>
+auto tallied(std::atomic<uint32_t> &begun, std::atomic<uint32_t> &done, Operation operation) {
+    begun++;
+    const auto result = operation();
+    done++;
+    return result;
+}
+
+class Worker {
+public:
+    Worker(const DatabaseFolder &database, Tally &tally, std::atomic<uint32_t> &operations, uint32_t component)
+        : database_(database), tally_(tally), operations_(operations), component_(component) {}
+
+    /// Works until it is killed. @return only when something fails that must not
+    int run() {
+        for (;;)
+            if (const int failed = workOnce())
+                return failed;
+    }
+
+private:
+    int workOnce() {
+        const int32_t dbId = tallied(tally_.attachBegun, tally_.attachDone, [&] { return database_.attach(); });
+        if (dbId != static_cast<int32_t>(kWorkersDatabase))
+            return 1;
+        operations_++;
+        tavDBMSession session = {};
+        if (tallied(tally_.openBegun, tally_.openDone, [&] { return tavDBMInitSession(&session, kWorkersDatabase); }))
+            return 2;
+        operations_++;
+        if (const int failed = lockAndUnlock(session))
+            return failed;
+        if (tallied(tally_.closeBegun, tally_.closeDone, [&] { return tavDBMTermSession(&session); }))
+            return 5;
+        operations_++;
+        if (tallied(tally_.detachBegun, tally_.detachDone, [&] { return tavDBMTerm(kWorkersDatabase); }))
+            return 6;
+        operations_++;
+        return 0;
+    }
+    /// Shared, so that the lock of a killed worker stops no other one.
+    int lockAndUnlock(tavDBMSession &session) {
+        const auto lock = [&] { return tavDBMLock(&session, component_, TAVDB_LOCK_TRY | TAVDB_LOCK_SHARED); };
+        if (tallied(tally_.lockBegun, tally_.lockDone, lock))
+            return 3;
+        operations_++;
+        if (tallied(tally_.unlockBegun, tally_.unlockDone, [&] { return tavDBMUnlock(&session, component_); }))
+            return 4;
+        operations_++;
+        return 0;
+    }
+
+    const DatabaseFolder &database_;
+    Tally &tally_;
+    std::atomic<uint32_t> &operations_;
+    uint32_t component_;
+};
+
+class RandomKills : public MultiProcess {
+protected:
+    /// A reference that keeps the database's id for the workers.
+    void SetUp() override {
+        Child first([&] { return database_.attach() == 1 ? 0 : 1; });
+        ASSERT_EQ(joinInTime(first), 0);
+    }
+    /// Starts workers, kills each at a random operation, starts the next, until so many are dead.
+    void killMany(uint32_t kills) {
+        std::mt19937 random(4711);
+        const auto pick = [&](uint32_t count) { return std::uniform_int_distribution<uint32_t>(0, count - 1)(random); };
+        Shared<std::array<std::atomic<uint32_t>, kWorkers>> operations;
+        std::vector<Child> workers;
+        for (uint32_t i = 0; i < kWorkers; i++)
+            workers.push_back(startWorker((*operations)[i], i));
+        for (uint32_t kill = 0; kill < kills && !HasFailure(); kill++) {
+            const uint32_t victim = pick(kWorkers);
+            const uint32_t goal = (*operations)[victim] + pick(kMostOperations);
+            EXPECT_TRUE(eventually([&] { return (*operations)[victim] >= goal || workers[victim].hasEnded(); }));
+            ASSERT_FALSE(workers[victim].hasEnded()) << "worker failed with " << workers[victim].join();
+            workers[victim].kill();
+            workers[victim] = startWorker((*operations)[victim], victim);
+        }
+        for (uint32_t i = 0; i < kWorkers; i++)
+            ASSERT_FALSE(workers[i].hasEnded()) << "worker failed with " << workers[i].join();
+    }
+    Child startWorker(std::atomic<uint32_t> &operations, uint32_t number) {
+        return Child(
+            [this, &operations, number] { return Worker(database_, *tally_, operations, 100 + number % 2).run(); });
+    }
+    /// Takes all that the tables hold, and one more of each. @return 0 when all of it is there
+    int fill() {
+        int32_t error = 0;
+        for (uint32_t i = 1; i <= kDatabases; i++)
+            if (database_.attach(i, &error) < 1)
+                return 10;
+        if (database_.attach(1000, &error) != -1 || error != TAVDB_ERR_DATABASES_FULL)
+            return 11;
+        tavDBMSession session = {};
+        for (uint32_t i = 1; i <= kSessions; i++)
+            if (tavDBMInitSession(&session, 1) != 0)
+                return 12;
+        if (tavDBMInitSession(&session, 1) != TAVDB_ERR_SESSIONS_FULL)
+            return 13;
+        for (uint32_t i = 1; i <= kLocks; i++)
+            if (tavDBMLock(&session, i, TAVDB_LOCK_TRY) != 0)
+                return 14;
+        return tavDBMLock(&session, kLocks + 1, TAVDB_LOCK_TRY) == TAVDB_ERR_LOCK_FULL ? 0 : 15;
+    }
+    /// Uses each table once, so that the death of the last holder of each mutex is noticed.
+    void useEachTable() {
+        Child child([&] {
+            tavDBMSession session = {};
+            const bool used = database_.attach() == 1 && tavDBMInitSession(&session, 1) == 0 &&
+                              tavDBMLock(&session, 999, TAVDB_LOCK_TRY) == 0 && tavDBMUnlock(&session, 999) == 0 &&
+                              tavDBMTermSession(&session) == 0 && tavDBMTerm(1) == 0;
+            return used ? 0 : 1;
+        });
+        ASSERT_EQ(joinInTime(child), 0);
+    }
+    /// The number lies between what was certainly done and what may have been done.
+    static void expectBetween(size_t actual, uint32_t done, uint32_t undoneBegun, uint32_t begun, uint32_t undone) {
+        EXPECT_GE(actual, done - undoneBegun);
+        EXPECT_LE(actual, begun - undone);
+    }
+
+    Shared<Tally> tally_;
+};
+
+TEST_F(RandomKills, LeaveEveryRecordInExactlyOneListAndTheCountsRight) {
+    killMany(plannedKills());
+    useEachTable();
+    EXPECT_EQ(database_.faults(), "");
+    const Tally &t = *tally_;
+    const uint32_t references = database_.references(1) - 1;  // that of SetUp
+    expectBetween(references, t.attachDone, t.detachBegun, t.attachBegun, t.detachDone);
+    expectBetween(database_.sessions().size(), t.openDone, t.closeBegun, t.openBegun, t.closeDone);
+    const LockView locks(database_.path(Table::lock));
+    expectBetween(chain(locks->entry, locks->first).size(), t.lockDone, t.unlockBegun, t.lockBegun, t.unlockDone);
+    EXPECT_GE(references, database_.sessions().size()) << "a session is opened after its attach";
+}
+
+TEST_F(RandomKills, LoseNothingOfTheCapacitiesWhenTheDeadAreCleanedUp) {
+    killMany(plannedKills() / 2);
+    Child cleaner([&] {
+        if (database_.attach() != 1)
+            return 1;
+        for (const uint32_t id : database_.sessions()) {
+            tavDBMSession session = {};
+            session.sessionId = id;
+            if (tavDBMTermSession(&session) != 0)
+                return 2;
+        }
+        lock_compUnlockAll();
+        while (dbs_me_db_control_term_table_entry(1) == 0) {
+        }
+        return 0;
+    });
+    ASSERT_EQ(joinInTime(cleaner), 0);
+    EXPECT_EQ(database_.faults(), "");
+    Child user([&] { return fill(); });
+    EXPECT_EQ(joinInTime(user), 0);
+}
+
+}  // namespace
+}  // namespace tavdb_test
