@@ -248,7 +248,7 @@ TAVDB_API int32_t tavDBMGetLength(tavDBMSession *session, uint32_t component);
  */
 TAVDB_API int32_t tavDBMCopy(tavDBMSession *session, uint32_t source, uint32_t destination);
 
-/** Makes a component the start of relative searches. @return its key, or 0 (KIND). Cost: one access. */
+/** Makes a component the start of relative searches. @return its key, or 0 (KIND, NO_COMPONENT). Cost: one access. */
 TAVDB_API uint32_t tavDBMSetCurrentComponent(tavDBMSession *session, uint32_t component);
 
 /* ---- walking the tree ------------------------------------------------- */

@@ -53,19 +53,9 @@ void traceErrorFields(Site site, Fields fields) {
             return dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][0x%8x][0x%8x]\n", f, n, w[0], w[1]);
         case 3:
             return dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][0x%8x][0x%8x][0x%8x]\n", f, n, w[0], w[1], w[2]);
-        case 4:
+        default:
             return dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][0x%8x][0x%8x][0x%8x][0x%8x]\n", f, n, w[0], w[1],
                                       w[2], w[3]);
-        case 5:
-            return dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][0x%8x][0x%8x][0x%8x][0x%8x][0x%8x]\n", f, n, w[0],
-                                      w[1], w[2], w[3], w[4]);
-        case 6:
-            return dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][0x%8x][0x%8x][0x%8x][0x%8x][0x%8x][0x%8x]\n", f,
-                                      n, w[0], w[1], w[2], w[3], w[4], w[5]);
-        default:
-            return dbs_me_debug_trace(kErrorLevel,
-                                      "%s():[Error]:[%d][0x%8x][0x%8x][0x%8x][0x%8x][0x%8x][0x%8x][0x%8x]\n", f, n,
-                                      w[0], w[1], w[2], w[3], w[4], w[5], w[6]);
     }
 }
 

@@ -24,7 +24,7 @@ struct Site {
 
 void traceEnter(const char *function);
 void traceReturn(const char *function);
-/// The fields of an "[Error]" line: up to seven words.
+/// The fields of an "[Error]" line: up to four words.
 struct Fields {
     const uint32_t *words;
     size_t count;
@@ -38,9 +38,10 @@ struct Fields {
 /// "[Debug]" with a text, at level 2.
 void traceDebugText(Site site, const char *text);
 
-/// "[Error]" with up to seven hexadecimal fields.
+/// "[Error]" with up to four hexadecimal fields.
 template <typename... Words>
 void traceError(Site site, Words... words) {
+    static_assert(sizeof...(words) <= 4);
     const uint32_t fields[] = {static_cast<uint32_t>(words)..., 0};
     traceErrorFields(site, {fields, sizeof...(words)});
 }
@@ -48,6 +49,7 @@ void traceError(Site site, Words... words) {
 /// Traces a failure and records it in the session. @return code
 template <typename... Words>
 int32_t fail(tavDBMSession *session, int32_t code, uint32_t detail, Site site, Words... words) {
+    static_assert(sizeof...(words) <= 4);
     const uint32_t fields[] = {static_cast<uint32_t>(words)..., 0};
     return failFields(session, code, detail, site, {fields, sizeof...(words)});
 }
