@@ -21,7 +21,7 @@ constexpr blkcnt_t kBlockBytes = 512;
 /// An open table file; closed at the end of its scope, which also ends a flock.
 class TableFile {
 public:
-    TableFile(const char *path, int flags) : fd_(::open(path, flags | O_CLOEXEC, kTableMode)) {}
+    TableFile(const char *path, int flags) : fd_(::open(path != nullptr ? path : "", flags | O_CLOEXEC, kTableMode)) {}
     ~TableFile() {
         if (fd_ >= 0)
             ::close(fd_);

@@ -89,8 +89,6 @@ int32_t readRaw(tavDBMSession *session, uint32_t valueKey, void *buffer, int32_t
 
 /// A read whose every failure shows in its result, for what goes on to write the data elsewhere.
 int32_t readOrFail(tavDBMSession *session, uint32_t valueKey, void *buffer, int32_t *length) {
-    if (*length < 0)
-        return lastError(session);
     int32_t count = -1;
     const int32_t code = readData(session, valueKey, buffer, *length, count);
     *length = count;

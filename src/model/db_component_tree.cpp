@@ -102,21 +102,23 @@ int32_t unreadable(tavDBMSession *session, uint32_t key, Site site) {
 
 /// Deletes a record's subtree, children last-first, so that each walk by index crosses only records
 /// that are still in place.
-int32_t deleteSubTree(tavDBMSession *session, uint32_t key, bool unlinkFirst, CycleGuard path, Site site) {
-    if (path.meetsAgain(key))
+int32_t deleteSubTree(tavDBMSession *session, uint32_t key, bool unlinkFirst, const DescentGuard *above) {
+    constexpr Site site = {"comp_deleteWithSub", 370};
+    const DescentGuard here(key, above);
+    if (here.meetsAgain(site))
         return 0;
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
-        return unreadable(session, key, site);
+        return unreadable(session, key, site + 1);
     if (unlinkFirst) {
         unlink(session, node.component, node.component.key);
         if (comp_getNode(session, key, &node) == nullptr)
-            return unreadable(session, key, site + 1);
+            return unreadable(session, key, site + 2);
     }
     if (node.component.kind != TAVDB_KIND_NODE)
         return comp_setDeleted(session, &node.component);
     for (uint32_t i = comp_getChildCount(session, key); i > 0; i--)
-        deleteSubTree(session, comp_getChildByIndex(session, key, i - 1), false, path, site);
+        deleteSubTree(session, comp_getChildByIndex(session, key, i - 1), false, &here);
     return comp_setDeleted(session, &node.component);
 }
 
@@ -207,7 +209,7 @@ int32_t comp_delete(tavDBMSession *session, uint32_t key) {
 }
 
 int32_t comp_deleteWithSub(tavDBMSession *session, uint32_t key, int32_t unlink) {
-    return deleteSubTree(session, key, unlink != 0, CycleGuard({__func__, 370}), {__func__, 371});
+    return deleteSubTree(session, key, unlink != 0, nullptr);
 }
 
 int32_t comp_setDeleted(tavDBMSession *session, const void *header) {

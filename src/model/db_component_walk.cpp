@@ -12,8 +12,9 @@ namespace {
 using CopyLeaf = int32_t (*)(tavDBMSession *session, const tavDBMLeaf &leaf);
 
 /// Copies at every leaf of a subtree; the first failure ends the walk.
-int32_t copySubTree(tavDBMSession *session, uint32_t key, CopyLeaf copy, CycleGuard path, Site site) {
-    if (path.meetsAgain(key))
+int32_t copySubTree(tavDBMSession *session, uint32_t key, CopyLeaf copy, const DescentGuard *above, Site site) {
+    const DescentGuard here(key, above);
+    if (here.meetsAgain(site + 3))
         return 0;
     tavDBMComponent header;
     if (comp_getComponent(session, key, &header) == nullptr) {
@@ -31,14 +32,15 @@ int32_t copySubTree(tavDBMSession *session, uint32_t key, CopyLeaf copy, CycleGu
         return lastError(session);
     int32_t code = 0;
     walkSiblings(session, node.firstChild, site + 2, [&](uint32_t child) {
-        code = copySubTree(session, child, copy, path, site);
+        code = copySubTree(session, child, copy, &here, site);
         return code != 0;
     });
     return code;
 }
 
-int32_t copyAll(tavDBMSession *session, uint32_t key, CopyLeaf copy, Site site) {
-    return copySubTree(session, key, copy, CycleGuard(site + 3), site);
+/// One level down; the largest depth is followed by the smallest.
+int32_t deeper(int32_t depth) {
+    return static_cast<int32_t>(static_cast<uint32_t>(depth) + 1u);
 }
 
 /// Twice the depth, as the signed 32-bit number it is compared as.
@@ -52,7 +54,7 @@ void printSpaces(int32_t count) {
 }
 
 void printLeaf(tavDBMSession *session, const tavDBMLeaf &leaf, int32_t depth) {
-    const int32_t width = indentation(depth + 1);
+    const int32_t width = indentation(deeper(depth));
     printSpaces(indentation(depth));
     const uint32_t values[] = {leaf.currentValue, leaf.defaultValue, leaf.factoryValue};
     for (const uint32_t value : values) {
@@ -63,10 +65,11 @@ void printLeaf(tavDBMSession *session, const tavDBMLeaf &leaf, int32_t depth) {
         printSpaces(width);
 }
 
-void printSubTree(tavDBMSession *session, uint32_t key, int32_t depth, CycleGuard path) {
-    constexpr Site site = {"comp_traverseAndPrint", 440};
+void printSubTree(tavDBMSession *session, uint32_t key, int32_t depth, const DescentGuard *above) {
+    constexpr Site site = {"comp_traverseAndPrint", 430};
+    const DescentGuard here(key, above);
     tavDBMComponent header;
-    if (path.meetsAgain(key) || comp_getComponent(session, key, &header) == nullptr)
+    if (here.meetsAgain(site) || comp_getComponent(session, key, &header) == nullptr)
         return;
     if (header.kind == TAVDB_KIND_LEAF) {
         tavDBMLeaf leaf;
@@ -75,15 +78,15 @@ void printSubTree(tavDBMSession *session, uint32_t key, int32_t depth, CycleGuar
         return;
     }
     if (header.kind != TAVDB_KIND_NODE) {
-        failKind(session, header, site);
+        failKind(session, header, site + 10);
         return;
     }
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
         return;
     printSpaces(indentation(depth));
-    walkSiblings(session, node.firstChild, site + 1, [&](uint32_t child) {
-        printSubTree(session, child, depth + 1, path);
+    walkSiblings(session, node.firstChild, site + 11, [&](uint32_t child) {
+        printSubTree(session, child, deeper(depth), &here);
         return false;
     });
 }
@@ -97,23 +100,23 @@ int32_t comp_defaultToCurrent(tavDBMSession *session, uint32_t key) {
     const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
         return value_copy2(s, leaf.currentValue, leaf.defaultValue, leaf.hookId);
     };
-    return copyAll(session, key, copy, {__func__, 400});
+    return copySubTree(session, key, copy, nullptr, {__func__, 400});
 }
 
 int32_t comp_factoryToDefault(tavDBMSession *session, uint32_t key) {
     const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
         return value_copy(s, leaf.defaultValue, leaf.factoryValue);
     };
-    return copyAll(session, key, copy, {__func__, 410});
+    return copySubTree(session, key, copy, nullptr, {__func__, 410});
 }
 
 int32_t comp_currentToDefault(tavDBMSession *session, uint32_t key) {
     const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
         return value_copy(s, leaf.defaultValue, leaf.currentValue);
     };
-    return copyAll(session, key, copy, {__func__, 420});
+    return copySubTree(session, key, copy, nullptr, {__func__, 420});
 }
 
 void comp_traverseAndPrint(tavDBMSession *session, uint32_t key, int32_t depth) {
-    printSubTree(session, key, depth, CycleGuard({__func__, 430}));
+    printSubTree(session, key, depth, nullptr);
 }

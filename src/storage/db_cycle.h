@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Walks over links that a medium holds end even when the links run in a circle:
 // the walk remembers one place, moves it on ever more rarely, and so meets it
-// again. It costs no access to the medium.
+// again. A descent into a tree branches, so it remembers every place above it.
+// Neither costs an access to the medium.
 #pragma once
 
 #include <cstdint>
@@ -34,6 +35,30 @@ private:
     uint32_t mark_ = 0;
     uint32_t steps_ = 0;
     uint32_t nextMark_ = 1;
+};
+
+/// A place on the way down a recursion, linked to the places above it in the frames that called.
+class DescentGuard {
+public:
+    DescentGuard(uint32_t key, const DescentGuard *above)
+        : above_(above), key_(key), depth_(above != nullptr ? above->depth_ + 1 : 0) {}
+
+    /// @param site of the trace line that a circle writes
+    /// @return true when the place stands above itself
+    bool meetsAgain(Site site) const {
+        for (const DescentGuard *place = above_; place != nullptr; place = place->above_) {
+            if (place->key_ == key_) {
+                traceError(site, key_, depth_);
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    const DescentGuard *above_;
+    uint32_t key_;
+    uint32_t depth_;
 };
 
 }  // namespace tavdb

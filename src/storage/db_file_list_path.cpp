@@ -23,7 +23,7 @@ int32_t checked(Result result, uint32_t *err) {
 
 template <int Flags>
 int32_t openPath(const char *path, uint32_t, uint32_t *err) {
-    return checked(open(path, Flags | O_CLOEXEC), err);
+    return checked(open(path != nullptr ? path : "", Flags | O_CLOEXEC), err);
 }
 
 int32_t closePath(int32_t fd, uint32_t *err) {

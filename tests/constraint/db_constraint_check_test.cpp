@@ -180,8 +180,9 @@ TEST_F(ConstrainedValueTest, ARangeWithItsMinimumAboveItsMaximumIsStoredAndThenR
     putValue(TAVDB_TYPE_S16);
     const int16_t reversed[] = {20, 10, 5};
     ASSERT_EQ(constraint_setData(&session, kKey, reversed, sizeof reversed), 0);
-    for (const int16_t data : {int16_t{9}, int16_t{15}, int16_t{20}, int16_t{25}}) {
-        EXPECT_NE(value_setGeneric(&session, kValueKey, &data, 2), 0);
+    const std::pair<int16_t, int32_t> refusals[] = {{9, 66}, {15, 66}, {20, 67}, {25, 67}};
+    for (const auto &[data, code] : refusals) {
+        EXPECT_EQ(value_setGeneric(&session, kValueKey, &data, 2), code);
         EXPECT_EQ(hexText(fakeMedia().bytesAt("data.med", 0, 2)), "aa bb");
     }
 }

@@ -315,7 +315,9 @@ TEST_F(ConstraintTest, GetDataOfANegativeCountTouchesNoMemory) {
     putEnumeration(typeRow("S32"), 4, -1, {});
     Bytes buffer(8, 0xEE);
     observe();
-    EXPECT_NE(constraint_getData(&session, kKey, buffer.data(), 8), 0);
+    EXPECT_EQ(constraint_getData(&session, kKey, buffer.data(), 8), 86);
+    EXPECT_EQ(session.errorCode, 86U);
+    EXPECT_EQ(eventLog().count(Operation::alloc), 0U);
     EXPECT_EQ(buffer, Bytes(8, 0xEE));
     EXPECT_TRUE(mediaUnchanged());
 }

@@ -70,12 +70,14 @@ TEST_F(EnumerationTest, ANewArrayLeavesAnEarlierErrorInTheSession) {
 
 TEST_F(EnumerationTest, ANewArrayOnAFullMediumFailsWith62AndErrnoAsItStands) {
     fakeMedia().setWordAt(kMedium, 12, 0);
-    observe();
-    errno = kErrno;
-    EXPECT_EQ(constraint_newEnumArray(&session, 4, 5), kNone);
-    EXPECT_TRUE(failedWith(62, kErrno, errorLine("constraint_newEnumArray", 106, {4, 5, kErrno})));
-    EXPECT_TRUE(mediaUnchanged());
-    EXPECT_EQ(eventLog().count(Operation::alloc), 0U);
+    for (const uint32_t count : {5U, 0U}) {
+        observe();
+        errno = kErrno;
+        EXPECT_EQ(constraint_newEnumArray(&session, 4, static_cast<int32_t>(count)), kNone);
+        EXPECT_TRUE(failedWith(62, kErrno, errorLine("constraint_newEnumArray", 106, {4, count, kErrno})));
+        EXPECT_TRUE(mediaUnchanged());
+        EXPECT_EQ(eventLog().count(Operation::alloc), 0U);
+    }
 }
 
 TEST_F(EnumerationTest, ANewArrayAfterAFailedSplitFailsWith62) {
@@ -207,11 +209,15 @@ TEST_F(EnumerationTest, GetArrayThatClaimsMoreThanWasAskedForFailsWith61) {
 }
 
 TEST_F(EnumerationTest, GetArrayWithoutMemoryFailsWith86AndErrnoAndReadsNothing) {
-    faultPlan().add({.operation = Operation::alloc});
-    observe();
-    EXPECT_EQ(constraint_getEnumArray(&session, kArrayKey, 4, 3), nullptr);
-    EXPECT_TRUE(failedWith(86, ENOMEM, errorLine("constraint_getEnumArray", 136, {kArrayKey, 4, 3, ENOMEM})));
-    EXPECT_THAT(mediumLines(), ElementsAre("open constraint.med", "close"));
+    for (const int32_t count : {3, 0}) {
+        faultPlan().add({.operation = Operation::alloc});
+        observe();
+        EXPECT_EQ(constraint_getEnumArray(&session, kArrayKey, 4, count), nullptr);
+        EXPECT_TRUE(failedWith(
+            86, ENOMEM,
+            errorLine("constraint_getEnumArray", 136, {kArrayKey, 4, static_cast<uint32_t>(count), ENOMEM})));
+        EXPECT_THAT(mediumLines(), ElementsAre("open constraint.med", "close"));
+    }
 }
 
 TEST_F(EnumerationTest, GetArrayOfNoPossibleLengthFailsWith86AndAsksForNoMemory) {

@@ -231,6 +231,24 @@ TEST_F(ControlPrimitives, SetChainsTheFirstEntriesOfATableOfTheCallers) {
     EXPECT_EQ(table->entry[4].dbId, 0U);
 }
 
+TEST_F(ControlPrimitives, SetWithACountBeyondTheTableChainsWhatThereIs) {
+    for (const uint32_t count : {32U, 33U, 34U, 0xFFFFFFFFU}) {
+        const auto table = std::make_unique<tavDBMControlTable>();
+        dbs_me_db_control_set_table_entry(table.get(), count);
+        EXPECT_EQ(chain(table->entry, table->freeHead), ascending(1, 31)) << count;
+        EXPECT_EQ(table->freeTail, 31U) << count;
+        EXPECT_EQ(bytesOf(table->entry[32]), Bytes(kEntrySize)) << count;
+    }
+}
+
+TEST_F(ControlPrimitives, SetWithoutAnEntryToChainTouchesNone) {
+    for (const uint32_t count : {0U, 1U}) {
+        const auto table = std::make_unique<tavDBMControlTable>();
+        dbs_me_db_control_set_table_entry(table.get(), count);
+        EXPECT_EQ(bytesOf(*table), Bytes(sizeof *table)) << count;
+    }
+}
+
 TEST_F(ControlPrimitives, IndicesOutsideTheTableDoNothing) {
     const Bytes before = bytesOfFile(controlPath());
     for (const uint32_t index : {0U, 32U, 33U, 0xFFFFFFFFU}) {

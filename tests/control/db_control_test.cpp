@@ -325,6 +325,15 @@ TEST_F(ControlEntries, AFailingReleaseOfTheMutexDoesNotUndoTheReleasing) {
     EXPECT_EQ(references(1), 0U);
 }
 
+TEST_F(ControlEntries, AnEntryInUseWithoutAReferenceIsFreedAndCountsNotBelowZero) {
+    const ControlView table(controlPath());
+    table->entry[1].refCount = 0;
+    EXPECT_EQ(dbs_me_db_control_term_table_entry(1), 0);
+    EXPECT_EQ(references(1), 0U);
+    EXPECT_THAT(chain(table->entry, table->usedHead), IsEmpty());
+    EXPECT_EQ(chain(table->entry, table->freeHead).back(), 1U);
+}
+
 TEST_F(ControlEntries, AfterAHoldersDeathTheTableIsMended) {
     const ControlView table(controlPath());
     table->freeHead = 9;  // 2 to 8 are in no list

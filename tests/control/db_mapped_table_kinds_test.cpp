@@ -2,6 +2,7 @@
 // The three shared tables as attaching opens and makes them: order of steps,
 // files that are there already, and every failure with its code and lines.
 #include <errno.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,6 +55,19 @@ protected:
         return table.cascadeSite != 0 ? cascade(table.cascadeSite, code) : controlFailure(code);
     }
 };
+
+TEST_F(TableFiles, ADescriptorOfZeroIsOneLikeAnyOther) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    for (int i = 0; i < 2; i++) {  // the first attach makes the files, the second finds them
+        EXPECT_GT(attach(), 0) << attachError;
+        EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "every file is closed again";
+        EXPECT_EQ(detach(), 0);
+    }
+    EXPECT_TRUE(fakeTrace().noErrors());
+    dup2(input, STDIN_FILENO);
+    close(input);
+}
 
 class EachTable : public TableFiles, public testing::WithParamInterface<SharedTable> {
 protected:

@@ -211,6 +211,19 @@ TEST_F(Reclaim, AProcessOfAnotherUserIsAlive) {
     });
 }
 
+TEST_F(Reclaim, AskingWhetherAProcessLivesSendsItNoSignal) {
+    sigset_t all;
+    sigset_t before;
+    sigset_t pending;
+    sigfillset(&all);
+    ASSERT_EQ(sigprocmask(SIG_BLOCK, &all, &before), 0);
+    EXPECT_EQ(open(), 80);
+    ASSERT_EQ(sigpending(&pending), 0);
+    for (int number = 1; number < NSIG; number++)
+        EXPECT_NE(sigismember(&pending, number), 1) << "signal " << number;
+    EXPECT_EQ(sigprocmask(SIG_SETMASK, &before, nullptr), 0);
+}
+
 class NotAProcess : public Reclaim, public testing::WithParamInterface<int32_t> {};
 
 INSTANTIATE_TEST_SUITE_P(Sessions, NotAProcess, testing::Values(0, 1), testing::PrintToStringParamName());

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The session table's file: its bytes, its list primitives, the printed lists,
 // and what happens when the file is damaged.
+#include <errno.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 
 #include "control/control_test_support.h"
 #include "fakes/event_log.h"
+#include "fakes/fake_trace.h"
 #include "fakes/fault_plan.h"
 
 namespace tavdb_test {
@@ -77,6 +79,56 @@ TEST_F(SessionTable, ASecondStartOnlyCounts) {
     EXPECT_THAT(eventLog().lines(), IsEmpty());
     EXPECT_EQ(session_term(), 0);
     EXPECT_THAT(eventLog().lines(), IsEmpty());
+}
+
+/// The table in a process that is attached to nothing.
+class SessionStart : public ControlFixture {
+protected:
+    void SetUp() override {
+        ControlFixture::SetUp();
+        clearLogs();
+    }
+    int32_t init() {
+        return session_init(sessionPath().c_str());
+    }
+
+private:
+    const Recording recording_;
+};
+
+TEST_F(SessionStart, ATermWithoutAnInitKeepsTheNextInitFromOpening) {
+    EXPECT_EQ(session_term(), 0);
+    EXPECT_EQ(init(), 0);
+    EXPECT_THAT(eventLog().lines(), IsEmpty());
+    EXPECT_EQ(tavDBMInitSession(&session, 1), platformCode(EBADF)) << "there is no table";
+}
+
+TEST_F(SessionStart, WithoutAPathThereIsNoTable) {
+    EXPECT_EQ(session_init(nullptr), 0);
+    EXPECT_TRUE(fakeTrace().errorsAre({errorLine("session_init", kSession.open.errnoSite, {ENOENT}),
+                                       errorTextLine("session_init", kSession.open.pathSite, "")}));
+    EXPECT_EQ(session_term(), 0);
+}
+
+TEST_F(SessionStart, TheInitAfterATermTooManyIsMadeUpForByTheNext) {
+    session_term();
+    EXPECT_EQ(init(), 0);
+    EXPECT_EQ(init(), 0);
+    EXPECT_EQ(tavDBMInitSession(&session, 1), 0);
+    EXPECT_EQ(session_term(), 0);
+}
+
+TEST_F(SessionStart, AFailedInitCountsAsAStartAndIsNotTriedAgain) {
+    faultPlan().add({.operation = Operation::sysMmap, .subject = "session.tbl"});
+    EXPECT_EQ(init(), 87);
+    eventLog().clear();
+    EXPECT_EQ(init(), 0);
+    EXPECT_THAT(eventLog().lines(), IsEmpty());
+    EXPECT_EQ(session_term(), 0);
+    EXPECT_EQ(session_term(), 0);
+    EXPECT_EQ(init(), 0);
+    EXPECT_EQ(tavDBMInitSession(&session, 1), 0);
+    EXPECT_EQ(session_term(), 0);
 }
 
 /// A new lock table is made by the same start.
@@ -151,6 +203,24 @@ TEST_F(SessionPrimitives, InitChainsTheFirstSlotsOfATableOfTheCallers) {
     EXPECT_EQ(table->slot[4].sessionId, 0U);
 }
 
+TEST_F(SessionPrimitives, InitWithACountBeyondTheTableChainsWhatThereIs) {
+    for (const uint32_t count : {1024U, 1025U, 1026U, 0xFFFFFFFFU}) {
+        const auto table = std::make_unique<tavDBMSessionTable>();
+        dbs_me_db_session_init_table(table.get(), count);
+        EXPECT_EQ(chain(table->slot, table->freeHead), ascending(1, kSessions)) << count;
+        EXPECT_EQ(table->freeTail, kSessions) << count;
+        EXPECT_EQ(bytesOf(table->slot[1024]), Bytes(16)) << count;
+    }
+}
+
+TEST_F(SessionPrimitives, InitWithoutASlotToChainTouchesNone) {
+    for (const uint32_t count : {0U, 1U}) {
+        const auto table = std::make_unique<tavDBMSessionTable>();
+        dbs_me_db_session_init_table(table.get(), count);
+        EXPECT_EQ(bytesOf(*table), Bytes(sizeof *table)) << count;
+    }
+}
+
 TEST_F(SessionPrimitives, IndicesOutsideTheTableDoNothing) {
     openMany(2);
     const Bytes before = bytesOfFile(sessionPath());
@@ -223,9 +293,9 @@ TEST_F(SessionShow, TakesNoMutexAndTracesNothing) {
     EXPECT_THAT(eventLog().lines(), IsEmpty());
 }
 
-TEST_F(SessionShow, WithoutATableItEndsItsLine) {
+TEST_F(SessionShow, AfterTheDetachOnlyALineEndIsLeft) {
     detach();
-    EXPECT_TRUE(shown(3).ends_with("\n"));
+    EXPECT_EQ(shown(3), "\n");
 }
 
 /// Words of the table that a damage puts to a wrong value.

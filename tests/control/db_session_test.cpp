@@ -357,6 +357,21 @@ TEST_F(NoSessionTable, ClosingASessionGivesTheMutexCode) {
     EXPECT_EQ(tavDBMTermSession(&session), platformCode(EBADF));
 }
 
+TEST_F(NoSessionTable, WhereThePlatformTakesAnyMutexNoSessionFitsAndNoneIsKnown) {
+    faultPlan().add({.operation = Operation::mutexRequest, .times = kForEver, .fault = returning(0)});
+    faultPlan().add({.operation = Operation::mutexRelease, .times = kForEver, .fault = returning(0)});
+    EXPECT_EQ(tavDBMInitSession(&session, 1), 80);
+    EXPECT_EQ(session.errorCode, 80U);
+    EXPECT_EQ(tavDBMTermSession(&session), 81);
+    EXPECT_EQ(session.errorCode, 81U);
+}
+
+TEST_F(NoSessionTable, ShowsAnEmptyLine) {
+    testing::internal::CaptureStdout();
+    session_show(3);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n");
+}
+
 TEST_F(NoSessionTable, ThePrimitivesDoNothing) {
     dbs_me_db_session_add(1);
     dbs_me_db_session_free_entry(1);

@@ -191,6 +191,17 @@ TEST_F(Stop, OneTooManyIsHarmless) {
     EXPECT_EQ(eventLog().count(Operation::sysMunmap), 3U);
 }
 
+TEST_F(Stop, TheStartAfterOneTooManyFailsAndTheOneBehindItWorks) {
+    EXPECT_EQ(detach(), 0);
+    const Recording recording;
+    EXPECT_EQ(tavDBMTerm(1), 0);
+    EXPECT_EQ(dumped(dbs_me_db_control_debug_info, "s_db_control_init"), 0xFFFFFFFF);
+    int32_t error = 0;
+    EXPECT_EQ(tavDBMInit(&description, &error), -1) << "it counts as a later start and opens nothing";
+    EXPECT_EQ(error, 84);
+    EXPECT_EQ(attach(), 2) << attachError;
+}
+
 TEST_F(Stop, NoOperationThatFailsLeavesAnythingBehind) {
     detach();
     uint64_t k = 0;

@@ -329,6 +329,17 @@ TEST_F(ControlWithoutAFile, DetachingUnmapsNothingAndFailsNothing) {
     EXPECT_THAT(lines, Not(testing::Contains(testing::StartsWith("sys.munmap control.tbl"))));
 }
 
+TEST_F(ControlWithoutAFile, WhereThePlatformTakesAnyMutexNoDatabaseFitsAndNoneIsKnown) {
+    faultPlan().add({.operation = Operation::mutexRequest, .times = kForEver, .fault = returning(0)});
+    faultPlan().add({.operation = Operation::mutexRelease, .times = kForEver, .fault = returning(0)});
+    EXPECT_EQ(attach(), -1);
+    EXPECT_EQ(attachError, 84);
+    EXPECT_TRUE(fakeTrace().errorsAre(
+        joined(joined(ownLines(), {errorLine("dbs_me_db_control_init_table_entry", 653)}), controlFailure(84))));
+    EXPECT_EQ(db_getDb(1), nullptr);
+    EXPECT_EQ(dbs_me_db_control_term_table_entry(1), 85);
+}
+
 /// Every operation of a start fails once, each time in a process of its own.
 class StartUnderFaults : public Start {
 protected:

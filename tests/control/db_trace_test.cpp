@@ -63,12 +63,11 @@ TEST_F(Trace, ATextThatIsNullIsShownAsEmpty) {
 
 /// Traces an error with that many words, all different.
 void traceWords(size_t count) {
-    const uint32_t words[] = {0x1, 0x22, 0x333, 0x4444, 0x55555, 0x666666, 0x7777777};
+    const uint32_t words[] = {0x1, 0x22, 0x333, 0x7777777};
     traceErrorFields({"f", 12}, {words, count});
 }
 
-constexpr const char *kWordTexts[] = {"[0x       1]", "[0x      22]", "[0x     333]", "[0x    4444]",
-                                      "[0x   55555]", "[0x  666666]", "[0x 7777777]"};
+constexpr const char *kWordTexts[] = {"[0x       1]", "[0x      22]", "[0x     333]", "[0x 7777777]"};
 
 class ErrorWords : public Trace, public testing::WithParamInterface<size_t> {};
 
@@ -83,7 +82,7 @@ TEST_P(ErrorWords, AreHexadecimalAndEightWide) {
     expectLine(0, format + "\n", text + "\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Trace, ErrorWords, testing::Range<size_t>(0, 8));
+INSTANTIATE_TEST_SUITE_P(Trace, ErrorWords, testing::Range<size_t>(0, 5));
 
 TEST_F(Trace, NegativeWordsAreShownInFull) {
     traceError({"f", 3}, -1, 5);

@@ -301,10 +301,10 @@ TEST_F(LockTest, ALockOutlivesItsSession) {
 
 TEST_F(LockTest, WithoutASessionNothingIsLockedOrUnlockedAndNothingCrashes) {
     lockAll({kComponent});
-    EXPECT_NE(tavDBMLock(nullptr, 200, kTry), 0);
-    EXPECT_NE(tavDBMLock(nullptr, 200, kWait), 0);
-    EXPECT_NE(tavDBMLock(nullptr, 200, 2), 0);
-    EXPECT_NE(tavDBMUnlock(nullptr, kComponent), 0);
+    EXPECT_EQ(tavDBMLock(nullptr, 200, kTry), 89);
+    EXPECT_EQ(tavDBMLock(nullptr, 200, kWait), 89);
+    EXPECT_EQ(tavDBMLock(nullptr, 200, 2), 77);
+    EXPECT_EQ(tavDBMUnlock(nullptr, kComponent), 89);
     EXPECT_THAT(heldComponents(), ElementsAre(kComponent));
 }
 

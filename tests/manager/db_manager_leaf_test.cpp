@@ -106,7 +106,8 @@ TEST_F(CurrentComponent, ThatCannotBeReadIsNotSet) {
 TEST_F(CurrentComponent, IsNotLostToComponentZeroOfATreeWithANamelessRoot) {
     EXPECT_EQ(tavDBMSetCurrentComponent(&session, 0), 0U);
     EXPECT_EQ(session.currentComponent, root);
-    EXPECT_NE(session.errorCode, 0U);
+    EXPECT_TRUE(recorded(4, 0));
+    EXPECT_TRUE(fakeTrace().onlyError(errorLine("tavDBMSetCurrentComponent", 181, {0})));
 }
 
 TEST_F(LeafType, WithoutASessionIsMinusOneAndItsLengthZero) {
@@ -204,9 +205,12 @@ TEST_F(LeafCopy, FromAComponentThatIsNoLeafEndsInCode1) {
     EXPECT_TRUE(nothingChanged());
 }
 
-TEST_F(LeafCopy, ToALeafWithoutAValueFailsAndChangesNothing) {
-    EXPECT_NE(copy("two", "none"), 0);
-    EXPECT_NE(session.errorCode, 0U);
+TEST_F(LeafCopy, ToALeafWithoutAValueIsCode86AndAsksForNoMemory) {
+    errno = EXDEV;
+    EXPECT_EQ(copy("two", "none"), 86);
+    EXPECT_TRUE(recorded(86, EXDEV)) << "errno as it stands";
+    EXPECT_EQ(fakeTrace().errors().back(), errorLine("tavDBMCopy", 190, {key("none"), kMinusOne, EXDEV}));
+    EXPECT_THAT(eventLog().lines(Category::memory), IsEmpty());
     EXPECT_TRUE(nothingChanged());
 }
 
@@ -226,16 +230,36 @@ TEST_F(LeafCopy, ASourceThatCannotBeReadOverwritesNothing) {
 TEST_F(LeafCopy, ASourceWhoseMediumIsNotConfiguredOverwritesNothing) {
     fakeMedia().setWordAt(kValues, leaf(key("two")).currentValue + offsetof(tavDBMValue, dataMedia), 77);
     before = fakeMedia().snapshotAll();
-    copy("two", "four");
+    EXPECT_EQ(copy("two", "four"), 21);
     EXPECT_EQ(session.errorCode, 21U);
     EXPECT_TRUE(nothingChanged()) << "a value that was not read must not be replaced by zeros";
 }
 
 TEST_F(LeafCopy, ASourceWhoseRecordCannotBeReadAgainOverwritesNothing) {
     faultPlan().add({.operation = Operation::mediaRead, .subject = kValues, .skip = 2});
-    copy("two", "four");
+    EXPECT_EQ(copy("two", "four"), 46);
     EXPECT_EQ(session.errorCode, 46U);
     EXPECT_TRUE(nothingChanged()) << "a value that was not read must not be replaced by zeros";
+}
+
+TEST_F(LeafCopy, ASourceOfANegativeLengthOverwritesNothing) {
+    fakeMedia().setWordAt(kValues, leaf(key("two")).currentValue + offsetof(tavDBMValue, length), kMinusOne - 4);
+    before = fakeMedia().snapshotAll();
+    EXPECT_EQ(copy("two", "four"), 24);
+    EXPECT_TRUE(recorded(24, EINVAL));
+    EXPECT_TRUE(nothingChanged());
+}
+
+TEST_F(LeafCopy, ANegativeLengthThatThePreReadHookSetsOverwritesNothing) {
+    hook("two");
+    fakeHooks().onCall([](const HookCall &call) {
+        *call.length = -1;
+        return 0;
+    });
+    EXPECT_EQ(copy("two", "four"), 24);
+    EXPECT_TRUE(recorded(24, EINVAL));
+    EXPECT_EQ(eventLog().count(Operation::hookCall), 1U);
+    EXPECT_TRUE(nothingChanged());
 }
 
 TEST_F(LeafCopy, WhateverFailsCopiesTheSourceOrNothing) {

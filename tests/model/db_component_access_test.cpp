@@ -131,6 +131,12 @@ TEST_F(CompFileRead, GivesAShortCountAtTheEnd) {
     EXPECT_EQ(error, 0U);
 }
 
+TEST_F(CompFileRead, ALengthOfZeroReadsNothingAndIsNoFailure) {
+    EXPECT_EQ(read(fd, 0, 3), 0);
+    EXPECT_EQ(error, 0U);
+    EXPECT_TRUE(fakeTrace().noErrors());
+}
+
 TEST_F(CompFileRead, AFailureIsMinusOneInResultAndErrorWord) {
     EXPECT_EQ(read(-3, 4, 3), -1);
     EXPECT_EQ(error, kMinusOne);

@@ -296,6 +296,15 @@ TEST_F(DeleteWithSub, ANodeBelowItselfEndsWithOneLine) {
     EXPECT_LT(accesses(), 300U);
 }
 
+TEST_F(DeleteWithSub, TwoNodesBelowEachOtherGoOnceAndLeaveASoundFreeList) {
+    build("y m() n()");
+    setWord("m", offsetof(tavDBMNode, firstChild), key("m"));
+    setWord("n", offsetof(tavDBMNode, firstChild), key("m"));
+    EXPECT_EQ(deleteAll("m", 0), 0);
+    EXPECT_EQ(freeBytes(), kRecordMediumSize - 16 - 28 - 40) << freeBlocks(kComponents);
+    EXPECT_LT(accesses(), 300U);
+}
+
 TEST_F(DeleteWithSub, ACircleOfSiblingsEndsAndLeavesASoundFreeList) {
     build("n(a b c) y");
     setWord("c", offsetof(tavDBMComponent, next), key("a"));

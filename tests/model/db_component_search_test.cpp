@@ -251,7 +251,10 @@ TEST_F(Search, ANamelessNodeBelowItselfEnds) {
     nameRoot("");
     fakeMedia().setWordAt(kComponents, root + offsetof(tavDBMNode, firstChild), root);
     EXPECT_EQ(search("x"), 0U);
-    EXPECT_EQ(session.errorCode, 5U);
+    EXPECT_TRUE(recorded(5, root));
+    ASSERT_EQ(fakeTrace().errors().size(), 2U);
+    EXPECT_THAT(fakeTrace().errors()[0], testing::StartsWith("comp_searchByName():[Error]:[505]"));
+    EXPECT_EQ(fakeTrace().errors()[1], errorLine("comp_searchByName", 501, {root}));
     EXPECT_LT(accesses(), 100U);
 }
 

@@ -25,6 +25,13 @@ protected:
     void spoilKind(const std::string &of) {
         setWord(of, offsetof(tavDBMComponent, kind), 7);
     }
+    /// Two nodes, each with the chain in which both stand as its children: every way down runs in a circle, and
+    /// no single component is on all of them.
+    void putTwoNodesBelowEachOther() {
+        build("m() n()");
+        setWord("m", offsetof(tavDBMNode, firstChild), key("m"));
+        setWord("n", offsetof(tavDBMNode, firstChild), key("m"));
+    }
     /// A leaf whose three values hold one letter each, three times.
     void putLetters(const std::string &label, uint32_t parent, const std::string &letters, uint32_t hookId = 0) {
         uint32_t values[3];
@@ -183,6 +190,30 @@ TEST_P(CopyTest, ANodeBelowItselfEndsWithOneLine) {
     EXPECT_LT(accesses(), 200U);
 }
 
+TEST_P(CopyTest, TwoNodesBelowEachOtherEndAndTheirLeafIsCopied) {
+    putTwoNodesBelowEachOther();
+    putLetters("leaf", root, "cdf");
+    EXPECT_EQ(copy("m"), 0);
+    EXPECT_EQ(letters("leaf"), copied());
+    EXPECT_EQ(linesAt(3), 3) << "m below m, m below n below m, n below n below m";
+    EXPECT_LT(accesses(), 100U);
+}
+
+TEST_P(CopyTest, ALeafThatAMoveLeftUnderTwoParentsIsReachedFromBoth) {
+    putLetters("leaf", putNode("from", root), "cdf");
+    ASSERT_EQ(leaf_move(&session, key("leaf"), putNode("to", root), 0), 0);
+    ASSERT_EQ(shape(), "from(leaf) to(leaf)");
+    for (const char *const parent : {"from", "to"}) {
+        fakeMedia().setBytesAt(kData, value(leaf(key("leaf")).*GetParam().to).dataOffset, bytes("???"));
+        EXPECT_EQ(copy(parent), 0);
+        EXPECT_EQ(letters("leaf"), copied());
+    }
+    clearTraces();
+    EXPECT_EQ(copy("root"), 0);
+    EXPECT_EQ(eventLog().count(Operation::mediaWrite), 2U) << "once below each";
+    EXPECT_EQ(linesAt(3), 0) << "a leaf met again is no circle";
+}
+
 TEST_P(CopyTest, ACircleOfSiblingsEnds) {
     const uint32_t n = putNode("n", root);
     putLetters("a", n, "cdf");
@@ -329,6 +360,23 @@ TEST_F(Print, ANodeBelowItselfEndsWithOneLine) {
     EXPECT_LT(printed(key("n"), 0).size(), 100U);
     ASSERT_EQ(fakeTrace().errors().size(), 1U);
     EXPECT_THAT(fakeTrace().errors()[0], StartsWith("comp_traverseAndPrint():[Error]:[430]"));
+}
+
+TEST_F(Print, ACircleOfSiblingsEndsWithOneLine) {
+    build("n(a b)");
+    setWord("b", offsetof(tavDBMComponent, next), key("a"));
+    const std::string text = printed(key("n"), 0);
+    EXPECT_GE(text.size(), 2U * (2 + 3 * 4)) << "each leaf at least once";
+    ASSERT_EQ(fakeTrace().errors().size(), 1U);
+    EXPECT_THAT(fakeTrace().errors()[0], StartsWith("comp_traverseAndPrint():[Error]:[441]"));
+    EXPECT_LT(accesses(), 100U);
+}
+
+TEST_F(Print, TwoNodesBelowEachOtherEnd) {
+    putTwoNodesBelowEachOther();
+    EXPECT_EQ(printed(key("m"), 0), spaces(2)) << "n stands once below m";
+    EXPECT_EQ(fakeTrace().errors().size(), 3U);
+    EXPECT_LT(accesses(), 100U);
 }
 
 TEST_F(Print, AValueIsPrintedAsNothing) {

@@ -14,7 +14,6 @@ namespace tavdb_test {
 
 namespace {
 
-constexpr uint32_t kMediumSize = 1024;
 constexpr const char *kMedia[] = {"component.med", "value.med", "constraint.med", "string.med"};
 
 /// Counts in how many lists each record is.
@@ -61,15 +60,15 @@ void copyPath(char (&field)[TAVDB_PATH_SIZE], const std::string &path) {
 }
 
 /// A medium of records: a root node on the first one, the rest one free block.
-void writeMedium(const std::string &path, bool hasRoot) {
-    std::vector<uint32_t> words(kMediumSize / sizeof(uint32_t));
+void writeMedium(const std::string &path, uint32_t sizeBytes, bool hasRoot) {
+    std::vector<uint32_t> words(sizeBytes / sizeof(uint32_t));
     const uint32_t firstFree = hasRoot ? kRootKey + 28 : 16;
     words[2] = hasRoot ? kRootKey : 0;
     words[3] = firstFree;
-    words[firstFree / 4 + 1] = kMediumSize - firstFree;
+    words[firstFree / 4 + 1] = sizeBytes - firstFree;
     if (hasRoot)
         words[kRootKey / 4] = kRootKey;
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(words.data()), kMediumSize);
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(words.data()), sizeBytes);
 }
 
 }  // namespace
@@ -108,9 +107,9 @@ std::string faultsOf(const tavDBMLockTable &table) {
     return text;
 }
 
-DatabaseFolder::DatabaseFolder() {
+DatabaseFolder::DatabaseFolder(uint32_t mediumBytes) {
     for (const char *const medium : kMedia)
-        writeMedium(path(medium), medium == kMedia[0]);
+        writeMedium(path(medium), mediumBytes, medium == kMedia[0]);
     writeMediaConf(kMemoryMedium);
     setenv("TAVDB_DBTABLE", path(Table::control).c_str(), 1);
 }

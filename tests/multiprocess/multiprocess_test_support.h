@@ -49,7 +49,8 @@ inline constexpr const char *kTableFiles[] = {"control.tbl", "session.tbl", "loc
 /// A folder with everything that a database needs but the tables, which the first process makes.
 class DatabaseFolder {
 public:
-    DatabaseFolder();
+    /// @param mediumBytes of each of the four media, a multiple of 4
+    explicit DatabaseFolder(uint32_t mediumBytes = 1024);
 
     std::string path(const std::string &name) const {
         return folder_ / name;
@@ -95,7 +96,7 @@ private:
     std::atomic<uint32_t> arrived_ = 0;
 };
 
-/// The exit status of a child; the test fails, and the child is ended, when it takes longer than five seconds.
+/// The exit status of a child; the test fails, and the child is ended, when it hangs.
 int joinInTime(Child &child);
 
 /// Runs the body in so many children at once. @return their exit statuses

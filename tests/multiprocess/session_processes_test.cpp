@@ -125,6 +125,43 @@ TEST_F(Sessions, OneReferenceGoesForEachSlotThatIsTakenOver) {
     EXPECT_EQ(database_.references(1), 5U + 1U - 3U);
 }
 
+TEST_F(Sessions, EachSlotOfTheDeadIsTakenOverOnceWhenSeveralProcessesNeedThemAtOnce) {
+    constexpr uint32_t kReferencesOfTheDead = 8;
+    constexpr uint32_t kDead = 6;
+    constexpr uint32_t kProcesses = 5;
+    killWithSessions(kReferencesOfTheDead, kDead);
+    Shared<Barrier> full;
+    Shared<Barrier> end;
+    Child rest([&] {
+        const int32_t code = openMany(kSessions - kDead);
+        full->arrive();
+        return end->waitFor(1) ? code : 1;
+    });
+    ASSERT_TRUE(full->waitFor(1));
+    Shared<Barrier> start;
+    Shared<Barrier> tried;
+    Shared<std::atomic<uint32_t>> opened;
+    const auto statuses = runAtOnce(kProcesses, [&](uint32_t) {
+        if (database_.attach() != 1 || !start->arriveAndWait(kProcesses))
+            return 1;
+        for (int i = 0; i < 2; i++) {
+            tavDBMSession session = {};
+            const int32_t code = tavDBMInitSession(&session, 1);
+            if (code != 0 && code != TAVDB_ERR_SESSIONS_FULL)
+                return 2;
+            *opened += code == 0 ? 1 : 0;
+        }
+        return tried->arriveAndWait(kProcesses) ? 0 : 3;
+    });
+    end->arrive();
+    EXPECT_THAT(statuses, Each(Eq(0)));
+    EXPECT_EQ(joinInTime(rest), 0);
+    EXPECT_EQ(*opened, kDead);
+    EXPECT_EQ(database_.references(1), kReferencesOfTheDead + 1 + kProcesses - kDead);
+    EXPECT_EQ(database_.sessions().size(), kSessions);
+    EXPECT_EQ(database_.faults(), "");
+}
+
 TEST_F(Sessions, WhenTheDeadAreUsedUpTheTableIsFull) {
     killWithSessions(3, 2);
     Child other([&] { return openMany(kSessions + 1); });

@@ -65,7 +65,7 @@ TEST_F(FileListPath, OfAMissingFileIsCode53AndCreatesNothing) {
 TEST_F(FileListPath, WithoutAPathIsCode53) {
     EXPECT_EQ(flst_get(&session, nullptr, 16), 0U);
     EXPECT_EQ(session.errorCode, 53U);
-    EXPECT_EQ(session.errorDetail, static_cast<uint32_t>(EFAULT));
+    EXPECT_EQ(session.errorDetail, static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(flst_release(&session, nullptr, 100, 16), 0);
     EXPECT_EQ(flst_setFirstOffset(&session, nullptr, 16), 53);
 }

@@ -52,12 +52,15 @@ TEST_F(FileListRelease, TouchingTheHeadBecomesTheHeadMergedWithIt) {
     ListImage expected = putList({{200, 40}, {300, 40}});
     EXPECT_EQ(release(160, 40), 0);
     EXPECT_TRUE(imageIs(expected.word(kFirstFreeWord, 160).head(160, 300, 80)));
+    EXPECT_THAT(place().transfers(), ElementsAre("read 4@12", "read 8@200", "write 4@12", "write 8@160"));
 }
 
 TEST_F(FileListRelease, BetweenTwoBlocksIsLinkedBetweenThem) {
-    ListImage expected = putList({{100, 40}, {200, 40}});
+    ListImage expected = putList({{100, 40}, {200, 40}, {300, 40}});
     EXPECT_EQ(release(150, 20), 0);
     EXPECT_TRUE(imageIs(expected.word(100, 150).head(150, 200, 20)));
+    EXPECT_THAT(place().transfers(),
+                ElementsAre("read 4@12", "read 8@100", "read 8@200", "write 4@100", "write 8@150"));
 }
 
 TEST_F(FileListRelease, TouchingTheBlockBeforeItEnlargesThatBlock) {
@@ -97,6 +100,12 @@ TEST_F(FileListRelease, OfAFreeBlockAgainIsDropped) {
 TEST_F(FileListRelease, OfARangeThatOverlapsAFreeBlockIsDropped) {
     putList({{100, 40}, {200, 40}, {300, 40}});
     for (const FreeRange range : {FreeRange{90, 20}, {110, 10}, {130, 20}, {139, 1}, {150, 60}, {90, 160}, {199, 2}})
+        expectDropped(range.offset, range.size);
+}
+
+TEST_F(FileListRelease, OfARangeThatRunsPastTheLargestOffsetIsDropped) {
+    putList({{100, 40}, {200, 40}});
+    for (const FreeRange range : {FreeRange{0xFFFFFFF0U, 0x20}, {UINT32_MAX, 101}})
         expectDropped(range.offset, range.size);
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The lines of the media configuration file: what is a token, what is left out,
 // which lines count, what a rejected one gives. Plug-ins have their own tests.
+#include <cstring>
 #include <random>
 
 #include "storage/media_slots.h"
@@ -67,6 +68,18 @@ TEST_F(MediaConfiguration, RunsOfBlanksAndTabsSeparateTokens) {
         spread += token + " \t\t  ";
     EXPECT_EQ(load({spread}), 0);
     EXPECT_THAT(hints(), ElementsAre("a"));
+}
+
+TEST_F(MediaConfiguration, OtherWhiteSpaceBelongsToItsToken) {
+    EXPECT_EQ(load({line("a") + "\r", line("b\vc\fd")}), 0);
+    EXPECT_THAT(hints(), ElementsAre("a\r", "b\vc\fd"));
+}
+
+TEST_F(MediaConfiguration, ATextThatTheCallerIsSplittingIsNotDisturbed) {
+    char text[] = "one two";
+    ASSERT_STREQ(strtok(text, " "), "one");
+    EXPECT_EQ(load({line("a")}), 0);
+    EXPECT_STREQ(strtok(nullptr, " "), "two");
 }
 
 TEST_F(MediaConfiguration, TokensAfterTheEighthAreIgnored) {
@@ -300,10 +313,12 @@ TEST_F(MediaFill, AnEmptyLineIsMinusOneWithoutATrace) {
     EXPECT_TRUE(fakeTrace().noErrors());
 }
 
-TEST_F(MediaFill, ALineOfSevenTokensIsMinusOne) {
+TEST_F(MediaFill, ALineOfLessThanEightTokensIsMinusOne) {
     std::vector<std::string> tokens = builtInTokens();
-    tokens.pop_back();
-    EXPECT_EQ(fill(lineOf(tokens)), -1);
+    while (!tokens.empty()) {
+        tokens.pop_back();
+        EXPECT_EQ(fill(lineOf(tokens)), -1) << tokens.size() << " tokens";
+    }
     EXPECT_EQ(entry_.hint, nullptr);
 }
 

@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "control/db_counter.h"
 #include "fakes/fault_runs.h"
 #include "storage/storage_test_support.h"
 
@@ -256,19 +255,6 @@ TEST_F(DefaultMedium, OpenMovesItsCounterByThreeWhetherItSucceedsOrNot) {
     EXPECT_EQ(open(), -1);
     expected[0] += 3;
     EXPECT_EQ(counters(), expected);
-}
-
-TEST(DefaultMediumCounter, RestartsAtOneBeforeTheTopAndGrowsByOneOnLeaving) {
-    const std::vector<std::pair<uint32_t, uint32_t>> entered = {
-        {0, 2}, {0xFFFFFEFDU, 0xFFFFFEFFU}, {0xFFFFFEFEU, 0xFFFFFF00U}, {0xFFFFFEFFU, 1}, {0xFFFFFFFEU, 1}};
-    for (const auto &[before, inside] : entered) {
-        uint32_t counter = before;
-        {
-            const tavdb::CountedScope scope(counter);
-            EXPECT_EQ(counter, inside) << before;
-        }
-        EXPECT_EQ(counter, inside + 1) << before;
-    }
 }
 
 TEST_F(DefaultMedium, IsReachedAsMediaIdZeroWithoutAnyConfiguration) {

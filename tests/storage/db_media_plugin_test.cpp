@@ -145,9 +145,14 @@ TEST_F(MediaPlugin, WithoutADebugFunctionTheLineIsRejectedWith14EvenWithAllSixOt
     EXPECT_EQ(errors[2], errorCodeTextLine("dbs_me_db_media_fill_media_entry", kTokenDebugSite, 14,
                                            "dbs_me_db_media_file_debug_info"));
     EXPECT_EQ(errors[3], rejection(14));
-    EXPECT_EQ(media_table.entry[1].debug, nullptr);
     EXPECT_EQ(media_table.entry[1].open, nullptr) << "the line ends there";
     EXPECT_THAT(eventLog().lines(Category::systemErrors), IsEmpty());
+}
+
+TEST_F(MediaPlugin, WithoutADebugFunctionTheSlotIsSetToNull) {
+    media_table.entry[1].debug = dbs_me_db_media_file_debug_info;
+    EXPECT_EQ(load({pluginLine("lacks_debug")}), 14);
+    EXPECT_EQ(media_table.entry[1].debug, nullptr);
 }
 
 TEST_F(MediaPlugin, ARejectedLineDeliberatelyLeavesItsLibraryLoaded) {

@@ -134,6 +134,7 @@ TEST_P(MediaIdNegative, GivesAMediumOutsideTheTableThatDoesNothing) {
     EXPECT_EQ(entry.write(0, &byte, 1, 0, &error), -1);
     EXPECT_EQ(entry.lseek(0, 0, 0, &error), -1);
     EXPECT_NE(entry.sync(0, &error, 0), 0);
+    EXPECT_EQ(entry.close(0, &error), -1);
     EXPECT_EQ(byte, 0x77);
 }
 TEST_P(MediaIdNegative, GivesAMediumThatCannotBeOpened) {

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+// Several processes change one tree at once: each its own branch under the
+// branch's lock, and all of them the free lists that they share under the root's.
+// Afterwards every branch holds exactly what its process put there.
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "multiprocess/multiprocess_test_support.h"
+#include "tavdb.hpp"
+
+namespace tavdb_test {
+namespace {
+
+using tavdb::Database;
+using tavdb::Session;
+
+constexpr uint32_t kBranches = 3;
+constexpr uint32_t kOperations = 10000;
+constexpr size_t kLeavesMost = 200;
+constexpr uint32_t kMediumBytes = 65536;
+constexpr int32_t kDataMedium = 4;
+
+/// What a branch has to hold: the values of its leaves, the first child first.
+struct Branch {
+    uint32_t leaves;
+    uint32_t values[kLeavesMost];
+};
+
+/// One process's work on its branch, with a model of it.
+class Worker {
+public:
+    Worker(Session &opened, uint32_t root, uint32_t branch)
+        : session(opened), sharedRoot(root), node(branch), random(branch) {}
+
+    /// @return whether every operation did what it should
+    bool run() {
+        for (uint32_t i = 0; i < kOperations; i++)
+            if (!step())
+                return false;
+        return true;
+    }
+    Branch result() const {
+        Branch branch = {static_cast<uint32_t>(leaves.size()), {}};
+        for (size_t i = 0; i < leaves.size(); i++)
+            branch.values[i] = leaves[i].value;
+        return branch;
+    }
+
+private:
+    struct Leaf {
+        uint32_t key;
+        uint32_t valueKey;
+        uint32_t value;
+    };
+
+    uint32_t anyWord() {
+        return static_cast<uint32_t>(random());
+    }
+    bool step() {
+        const auto branchLock = session.lock(node);
+        if (!branchLock)
+            return false;
+        const auto choice = random() % 100;
+        if (leaves.empty() || (choice < 12 && leaves.size() < kLeavesMost))
+            return create();
+        Leaf &leaf = leaves[random() % leaves.size()];
+        if (choice < 20)
+            return remove(leaf);
+        if (choice < 60)
+            return write(leaf);
+        return session.get<uint32_t>(leaf.key).valueOr(~leaf.value) == leaf.value;
+    }
+    bool create() {
+        const auto rootLock = session.lock(sharedRoot);
+        const uint32_t value = anyWord();
+        const uint32_t valueKey =
+            tavDBMCreateValue(session.record(), TAVDB_TYPE_U32, 0, &value, sizeof value, kDataMedium);
+        const uint32_t key = tavDBMCreateLeaf(session.record(), 0, node, 0, valueKey, 0, 0, 0);
+        leaves.insert(leaves.begin(), {key, valueKey, value});
+        return rootLock && valueKey != 0 && key != 0;
+    }
+    bool remove(Leaf &leaf) {
+        const auto rootLock = session.lock(sharedRoot);
+        const bool done = rootLock && tavDBMDeleteComponent(session.record(), leaf.key) == 0 &&
+                          tavDBMDeleteValue(session.record(), leaf.valueKey) == 0;
+        leaves.erase(leaves.begin() + (&leaf - leaves.data()));
+        return done;
+    }
+    bool write(Leaf &leaf) {
+        leaf.value = anyWord();
+        return static_cast<bool>(session.set(leaf.key, leaf.value));
+    }
+
+    Session &session;
+    const uint32_t sharedRoot;
+    const uint32_t node;
+    std::mt19937 random;
+    std::vector<Leaf> leaves;
+};
+
+bool holds(Session &session, uint32_t node, const Branch &branch) {
+    std::vector<uint32_t> values;
+    for (const uint32_t leaf : session.children(node))
+        values.push_back(session.get<uint32_t>(leaf).valueOr(0));
+    return std::equal(values.begin(), values.end(), branch.values, branch.values + branch.leaves);
+}
+
+class SharedTree : public testing::Test {
+protected:
+    /// Works as one more process: attached and with a session.
+    template <typename Work>
+    int asProcess(Work work) const {
+        const auto database = Database::attach(folder.description());
+        if (!database)
+            return 2;
+        auto session = Session::open(*database);
+        return session && work(*session) ? 0 : 1;
+    }
+
+    const DatabaseFolder folder{kMediumBytes};
+};
+
+TEST_F(SharedTree, HoldsWhatEveryProcessPutIntoItsBranch) {
+    struct Common {
+        uint32_t root;
+        uint32_t nodes[kBranches];
+        Branch branches[kBranches];
+    };
+    Shared<Common> common;
+    ASSERT_EQ(Child([&] {
+                  return asProcess([&](Session &session) {
+                      common->root = session.root().valueOr(0);
+                      for (uint32_t &node : common->nodes)
+                          node = tavDBMCreateNode(session.record(), 0, common->root, 0, 0);
+                      return common->nodes[kBranches - 1] != 0;
+                  });
+              }).join(),
+              0);
+    std::vector<Child> workers;
+    for (uint32_t number = 0; number < kBranches; number++)
+        workers.emplace_back([&, number] {
+            return asProcess([&](Session &session) {
+                Worker worker(session, common->root, common->nodes[number]);
+                const bool done = worker.run();
+                common->branches[number] = worker.result();
+                return done;
+            });
+        });
+    for (Child &worker : workers)
+        EXPECT_EQ(worker.join(), 0);
+    EXPECT_EQ(Child([&] {
+                  return asProcess([&](Session &session) {
+                      return std::equal(
+                          common->nodes, std::end(common->nodes), common->branches,
+                          [&](uint32_t node, const Branch &branch) { return holds(session, node, branch); });
+                  });
+              }).join(),
+              0);
+    EXPECT_EQ(folder.faults(), "");
+}
+
+}  // namespace
+}  // namespace tavdb_test
