@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// The free blocks of a medium that holds records, read and given back to. The
+// library drops a range that lies behind the last free block and writes a block's
+// head over whatever follows a range of less than 8 bytes; here neither happens.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "image/database.h"
+
+namespace tavdb::image {
+
+/// Bytes of a medium.
+struct ByteRange {
+    uint32_t offset = 0;
+    uint32_t sizeBytes = 0;
+
+    uint64_t end() const {
+        return uint64_t{offset} + sizeBytes;
+    }
+    bool operator==(const ByteRange &) const = default;
+};
+
+/// The free blocks in the order of the list. A list that leaves the medium, runs in
+/// a circle or goes backwards is a fault.
+Result<std::vector<ByteRange>> readFreeList(Database &database, int32_t medium);
+
+/// In ascending order; ranges that touch become one.
+std::vector<ByteRange> mergeRanges(std::vector<ByteRange> ranges);
+
+/// Gives ranges back to the free list. A range that is free already is a fault, and
+/// nothing is given back from there on; one of less than 8 bytes with no free
+/// neighbour stays unused.
+Status releaseRanges(Database &database, int32_t medium, std::vector<ByteRange> ranges);
+
+}  // namespace tavdb::image

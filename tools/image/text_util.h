@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// Small helpers for texts that people read and files that people write: quoting
+// in messages, UTF-8, and the rule for component names.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tavdb::image {
+
+/// Longest component name in bytes: with a node's "/" and a NUL it fits in 256.
+inline constexpr size_t kNameBytesMax = 254;
+
+/// 'text' for a message: control characters escaped, long texts cut.
+std::string quote(std::string_view text);
+
+/// Control characters as "\x0a", everything else as it is.
+std::string escapeControls(std::string_view text);
+
+/// Offset of the first byte that is not part of valid UTF-8, npos when all are.
+size_t firstBadUtf8(std::string_view text);
+
+bool hasControlCharacter(std::string_view text);
+
+/// Empty for a good component name, else what is wrong with it.
+std::string nameFault(std::string_view name);
+
+/// Runs of white space become one blank, none at the ends.
+std::string foldSpace(std::string_view text);
+
+}  // namespace tavdb::image

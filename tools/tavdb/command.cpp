@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.h"
+
+#include "hook_switch.h"
+#include "image/files.h"
+
+namespace tavdb::command {
+
+std::optional<OpenedDatabase> openDatabase(const Common &common, Console &console) {
+    if (common.directory.empty()) {
+        console.report("", {image::FaultKind::usage, "no database: name one with -d DIR or TAVDB_DIR", 0, 0});
+        return std::nullopt;
+    }
+    auto directory = image::openDirectory(common.directory);
+    if (!directory) {
+        console.report(common.directory, directory.error);
+        return std::nullopt;
+    }
+    auto schema = image::SchemaFile::open(image::joinPath(directory.value->path, image::kSchemaName));
+    if (!schema) {
+        console.report(common.directory, image::faultIn(std::string(image::kSchemaName), std::move(schema.error)));
+        return std::nullopt;
+    }
+    switchHooks(!common.noHooks);
+    auto signals = std::make_unique<EndingSignals>(EndingSignals::Second::ends);
+    auto database = image::Database::attach(directory.value->description);
+    if (!database) {
+        console.report(common.directory, database.error);
+        return std::nullopt;
+    }
+    return OpenedDatabase{std::move(signals), std::move(*directory.value), std::move(*schema.value),
+                          std::move(*database.value)};
+}
+
+image::Result<image::StoredLeaf> openLeaf(OpenedDatabase &opened, const std::string &path) {
+    auto located = image::locate(*opened.database, path);
+    if (!located)
+        return image::Result<image::StoredLeaf>::bad(std::move(located.error));
+    return openLeaf(opened, located.value->component, located.value->path);
+}
+
+image::Result<image::StoredLeaf> openLeaf(OpenedDatabase &opened, const image::StoredComponent &component,
+                                          const std::string &path) {
+    using Opened = image::Result<image::StoredLeaf>;
+    if (component.isNode)
+        return Opened::bad({image::FaultKind::notFound, "is a node; use tree or list", 0, 0});
+    const auto entry = opened.schema.find(path);
+    if (!entry)
+        return Opened::bad(entry.error);
+    return image::readLeaf(*opened.database, component, *entry.value);
+}
+
+void TierFlags::add(CLI::App &command, bool withFactory) {
+    auto *first = command.add_flag("--default", standard, "the default value instead of the current one");
+    if (withFactory)
+        command.add_flag("--factory", factory, "the factory value instead of the current one")->excludes(first);
+}
+
+}  // namespace tavdb::command
