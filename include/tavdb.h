@@ -109,7 +109,8 @@ typedef struct tavDBMSession {
  *   CONTROL_MUTEX, CONTROL_FILE, MAP, MEMORY the control table cannot be used;
  *   SESSION_FILE, LOCK_FILE a table cannot be made; MEDIA_FILE, 13 to 20 the
  *   media configuration is not usable; codes of the hook library and of the OS
- *   wrapper. Modules that were started stay started: call tavDBMTerm.
+ *   wrapper. Modules that were started stay started, and the reference that was
+ *   taken stays counted: correct the cause and attach anew in a new process.
  * Cost: maps three table files and reads the media configuration on the first
  * call of the process; later calls only count.
  * Environment: "TAVDB_DBTABLE" names the control table (else /tmp/tavdb_dbTable).
@@ -120,7 +121,8 @@ TAVDB_API int32_t tavDBMInit(const tavDBMDescription *description, int32_t *erro
  * Detaches from a database; the process's last call stops the library.
  * @param dbId what tavDBMInit returned
  * @return 0, or the first failure of a module's stop: UNMAP, a hook library's code.
- * Every module is stopped whatever an earlier one returned.
+ * Every module is stopped whatever an earlier one returned. Call it once for each
+ * tavDBMInit that succeeded: one call too many makes the next tavDBMInit fail.
  */
 TAVDB_API int32_t tavDBMTerm(uint32_t dbId);
 

@@ -68,8 +68,10 @@ private:
         for (const auto *what : {"profile", "component"})
             noteChildren(model, what);
         readObject(model, {});
-        for (const auto &object : model.children("object"))
-            readObject(object, object.attribute("name").value());
+        for (const auto &object : model.children("object")) {
+            const std::string path = object.attribute("name").value();
+            readObject(object, path.empty() ? "." : path);  // an empty path would be the root's
+        }
     }
 
     /// The model itself is the root object.

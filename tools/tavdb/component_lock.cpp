@@ -13,6 +13,8 @@ namespace {
 
 constexpr timespec kPause = {0, 10'000'000};
 
+}  // namespace
+
 sigset_t endingSignals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -21,10 +23,8 @@ sigset_t endingSignals() {
     return signals;
 }
 
-}  // namespace
-
-ComponentLock::ComponentLock(image::Database &place, uint32_t component, uint32_t timeoutMs)
-    : database(place), key(component) {
+ComponentLock::ComponentLock(image::Database &place, uint32_t component, uint32_t timeoutMs, const Kind &wanted)
+    : database(place), key(component), kind(wanted) {
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!tryOnce()) {
@@ -36,9 +36,9 @@ ComponentLock::ComponentLock(image::Database &place, uint32_t component, uint32_
 }
 
 bool ComponentLock::tryOnce() {
-    const auto signals = endingSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, &before);
-    const int32_t code = tavDBMLock(database.cleared(), key, TAVDB_LOCK_TRY);
+    pthread_sigmask(SIG_BLOCK, &kind.deferred, &before);
+    const int32_t mode = TAVDB_LOCK_TRY | (kind.isShared ? TAVDB_LOCK_SHARED : 0);
+    const int32_t code = tavDBMLock(database.cleared(), key, mode);
     isHeld = code == 0;
     if (isHeld)
         return true;
@@ -50,7 +50,8 @@ bool ComponentLock::tryOnce() {
 ComponentLock::~ComponentLock() {
     if (!isHeld)
         return;
-    tavDBMUnlock(database.session(), key);
+    if (!isTaken)
+        tavDBMUnlock(database.session(), key);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

@@ -4,11 +4,8 @@
 // back: the library releases a component's lock whoever holds it.
 #pragma once
 
-#include <csignal>
-
 #include "command.h"
-#include "lock_set.h"
-#include "program.h"
+#include "component_lock.h"
 
 namespace tavdb::command {
 
@@ -17,28 +14,22 @@ public:
     /// Tries until the time is over. While the lock is held, the signals of
     /// supervisedSignals() are blocked.
     ProgramLock(OpenedDatabase &place, uint32_t component, bool shared, uint32_t timeoutMs);
-    ProgramLock(const ProgramLock &) = delete;
-    ProgramLock &operator=(const ProgramLock &) = delete;
     ~ProgramLock();
 
     const image::Status &fault() const {
-        return failure;
+        return lock.fault();
     }
     const sigset_t &signalsBefore() const {
-        return before;
+        return lock.signalsBefore();
     }
     /// Whether nobody took the lock away. Of shared locks one is as good as another.
     bool isThere() const;
 
 private:
-    bool tryOnce();
-
     OpenedDatabase &opened;
     const uint32_t key;
     const bool isShared;
-    bool isHeld = false;
-    image::Status failure;
-    sigset_t before = {};
+    ComponentLock lock;
 };
 
 }  // namespace tavdb::command

@@ -437,6 +437,12 @@ TEST(DataModelReader, NamesThatAreNoNamesAreReported) {
     EXPECT_EQ(countComponents(description.model).leaves, 0U);
 }
 
+TEST(DataModelReader, ParametersOfAnObjectWithoutANameAreReportedAndNotTheRoots) {
+    const auto description = readGood(document(object("", parameter("P", "<int/>")) + object("A.", "")));
+    EXPECT_EQ(description.report.count(Omission::badName), 1U);
+    EXPECT_EQ(countComponents(description.model).leaves, 0U);
+}
+
 TEST(DataModelReader, TooDeepObjectsAreReported) {
     std::string path;
     for (int i = 0; i < 65; i++)
