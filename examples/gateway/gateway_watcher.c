@@ -7,9 +7,10 @@
  * until SIGTERM or SIGINT, or until COUNT changes were seen. The library sends
  * no notice of changes, so this one looks again and again; on media that are
  * mapped into memory a look costs no system call. Values that come and go
- * between two looks are not seen, and a leaf's read hooks run at each. Which leaves are secrets stands in
- * schema.json and not in the database: this example shows what it is told to
- * watch. Leaves that are created while it runs are not watched.
+ * between two looks are not seen, and a leaf's read hooks run at each. Which
+ * leaves are secrets stands in schema.json and not in the database: this example
+ * shows what it is told to watch. Leaves that are created while it runs are not
+ * watched.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <errno.h>

@@ -34,7 +34,11 @@ using tavdb::test::TempFolder;
 constexpr uint32_t kProcesses = 4;
 constexpr uint32_t kThreads = 2;
 constexpr uint32_t kComponents = 3;
+#ifdef __SANITIZE_ADDRESS__
 constexpr uint32_t kDefaultPairs = 20000;
+#else
+constexpr uint32_t kDefaultPairs = 200000;
+#endif
 constexpr uint32_t kLongestWaitMs = 20000;
 constexpr auto kLongestStall = std::chrono::seconds(30);
 

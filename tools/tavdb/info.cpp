@@ -179,13 +179,17 @@ private:
                (name.empty() ? "" : ", " + name) + ")";
     }
 
+    static std::string numberOf(const Json &list) {
+        return list.empty() ? "none" : std::to_string(list.size());
+    }
+
     static std::string usersText(const Json &facts) {
-        auto text = row("sessions", counted(facts["sessions"].size(), "session"));
+        auto text = row("sessions", numberOf(facts["sessions"]));
         for (const auto &session : facts["sessions"])
             text += row("", "session " + std::to_string(session["id"].get<uint32_t>()) + ", process " +
                                 std::to_string(session["process"].get<int32_t>()) +
                                 (session["alive"].get<bool>() ? "" : ", which is gone"));
-        text += row("locks", counted(facts["locks"].size(), "lock"));
+        text += row("locks", numberOf(facts["locks"]));
         for (const auto &lock : facts["locks"])
             text += row("", (lock["path"].is_null() ? "component " + std::to_string(lock["component"].get<uint32_t>())
                                                     : lock["path"].get<std::string>()) +

@@ -122,8 +122,8 @@ TEST_F(Remove, WhatHangsBelowAnotherNodeThanItNames) {
 
 TEST_F(Remove, LockedComponentsAreRefused) {
     for (const auto *locked : {"/", "/network", "/network/lan"})
-        EXPECT_EQ(tavdb({"lock", locked, "--", TAVDB_COMMAND, "rm", "-r", "/network/lan", "--timeout", "0.03"}).exitCode,
-                  5)
+        EXPECT_EQ(
+            tavdb({"lock", locked, "--", TAVDB_COMMAND, "rm", "-r", "/network/lan", "--timeout", "0.03"}).exitCode, 5)
             << locked;
     const auto below = tavdb({"lock", "/network/lan/key", "--", TAVDB_COMMAND, "rm", "-r", "/network"});
     EXPECT_EQ(below.exitCode, 5);
