@@ -103,7 +103,9 @@ TEST(ExportedSymbols, AreAllCalledFromC) {
         lines.push_back(line);
     EXPECT_THAT(matches(lines, std::regex(R"(^ +CALL\(([A-Za-z0-9_]+))")), ContainerEq(listed()));
     const std::string table = testing::TempDir() + "tavdb-every-function-" + std::to_string(getpid());
-    const auto run = runCommand("TAVDB_DBTABLE='" + table + "' '" TAVDB_TEST_EVERY_FUNCTION "' </dev/null");
+    // what a call hands out is lost with the zeros that follow it, so leaks are not looked for here
+    const auto run = runCommand("ASAN_OPTIONS=detect_leaks=0 TAVDB_DBTABLE='" + table +
+                                "' '" TAVDB_TEST_EVERY_FUNCTION "' </dev/null");
     runCommand("rm -f '" + table + "' '" + table + ".sem'");
     EXPECT_EQ(run.status, 0);
     ASSERT_FALSE(run.lines.empty());
