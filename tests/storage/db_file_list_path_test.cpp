@@ -23,16 +23,6 @@ protected:
         ListTest::SetUp();
         usePlace(Family::file);
     }
-    int32_t release(uint32_t offset, uint32_t size) {
-        return place().release(&session, offset, size);
-    }
-    void expectDropped(uint32_t offset, uint32_t size) {
-        eventLog().clear();
-        EXPECT_EQ(release(offset, size), 0) << offset << '+' << size;
-        EXPECT_TRUE(imageUntouched()) << offset << '+' << size;
-        EXPECT_TRUE(silent());
-        EXPECT_EQ(eventLog().count(Operation::sysPwrite), 0U) << offset << '+' << size;
-    }
     /// The image after release wrote an element.
     const ListImage &element(ListImage &image, uint32_t offset, uint32_t next, uint32_t size) {
         return place().writeElement(image, offset, next, size);

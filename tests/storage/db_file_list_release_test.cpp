@@ -14,17 +14,6 @@ protected:
         ListTest::SetUp();
         usePlace(Family::medium);
     }
-    int32_t release(uint32_t offset, uint32_t size) {
-        return place().release(&session, offset, size);
-    }
-    /// Expects the range dropped: result 0, nothing written, nothing recorded.
-    void expectDropped(uint32_t offset, uint32_t size) {
-        eventLog().clear();
-        EXPECT_EQ(release(offset, size), 0) << offset << '+' << size;
-        EXPECT_TRUE(imageUntouched()) << offset << '+' << size;
-        EXPECT_TRUE(silent());
-        EXPECT_EQ(eventLog().count(Operation::mediaWrite), 0U) << offset << '+' << size;
-    }
 };
 
 TEST_F(FileListRelease, IntoAnEmptyListIsDeliberatelyDropped) {

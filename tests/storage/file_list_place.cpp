@@ -226,6 +226,15 @@ void ListTest::putImage(const ListImage &image) {
     observe();
 }
 
+void ListTest::expectDropped(uint32_t offset, uint32_t size) {
+    eventLog().clear();
+    EXPECT_EQ(release(offset, size), 0) << offset << '+' << size;
+    EXPECT_TRUE(imageUntouched()) << offset << '+' << size;
+    EXPECT_TRUE(silent());
+    EXPECT_EQ(eventLog().count(Operation::mediaWrite), 0U) << offset << '+' << size;
+    EXPECT_EQ(eventLog().count(Operation::sysPwrite), 0U) << offset << '+' << size;
+}
+
 testing::AssertionResult ListTest::imageIs(const ListImage &expected) const {
     const std::vector<std::string> lines = differences(expected.bytes, place().image());
     if (lines.empty())

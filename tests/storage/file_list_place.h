@@ -117,6 +117,12 @@ protected:
         return place().family().prefix + name;
     }
 
+    int32_t release(uint32_t offset, uint32_t size) {
+        return place().release(&session, offset, size);
+    }
+    /// Expects the range dropped: result 0, nothing written, nothing recorded.
+    void expectDropped(uint32_t offset, uint32_t size);
+
     ListPlace &place() const {
         return *place_;
     }

@@ -34,6 +34,17 @@ void addList(CLI::App &app, Action &action);
 void addTree(CLI::App &app, Action &action);
 void addDescribe(CLI::App &app, Action &action);
 void addInfo(CLI::App &app, Action &action);
+void addFind(CLI::App &app, Action &action);
+void addReset(CLI::App &app, Action &action);
+void addSave(CLI::App &app, Action &action);
+void addMove(CLI::App &app, Action &action);
+void addRemove(CLI::App &app, Action &action);
+void addLock(CLI::App &app, Action &action);
+void addUnlock(CLI::App &app, Action &action);
+void addLocks(CLI::App &app, Action &action);
+void addSessions(CLI::App &app, Action &action);
+void addDump(CLI::App &app, Action &action);
+void addDebug(CLI::App &app, Action &action);
 
 /// A database that a command has opened, and closes at its end.
 struct OpenedDatabase {

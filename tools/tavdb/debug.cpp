@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "command.h"
 #include "image/files.h"
-#include "verbs.h"
 #include "view.h"
 
 namespace tavdb::command {

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <map>
 
+#include "command.h"
 #include "image/walk.h"
 #include "record_view.h"
-#include "verbs.h"
 #include "view.h"
 
 namespace tavdb::command {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // tavdb find: the paths of components that match a pattern, a type or a value.
+#include "command.h"
 #include "image/text_util.h"
 #include "image/value_text.h"
 #include "image/walk.h"
 #include "path_pattern.h"
-#include "verbs.h"
 #include "view.h"
 
 namespace tavdb::command {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // tavdb lock and unlock: runs a program while a component is locked, and takes a
 // lock away from whoever holds it.
+#include "command.h"
 #include "lock_set.h"
 #include "program.h"
 #include "program_lock.h"
-#include "verbs.h"
 
 namespace tavdb::command {
 

@@ -11,7 +11,6 @@
 #include <new>
 
 #include "command.h"
-#include "verbs.h"
 
 namespace tavdb::command {
 

@@ -3,6 +3,7 @@
 // What schema.json says about it goes along.
 #include <algorithm>
 
+#include "command.h"
 #include "image/files.h"
 #include "image/free_list.h"
 #include "image/model.h"
@@ -11,7 +12,6 @@
 #include "image/tree_edit.h"
 #include "image/walk.h"
 #include "lock_set.h"
-#include "verbs.h"
 
 namespace tavdb::command {
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "command.h"
 #include "image/files.h"
 #include "image/records.h"
 #include "image/schema_edit.h"
@@ -12,7 +13,6 @@
 #include "image/tree_edit.h"
 #include "image/walk.h"
 #include "lock_set.h"
-#include "verbs.h"
 
 namespace tavdb::command {
 

@@ -2,10 +2,10 @@
 // tavdb reset and save: copies between the three values of leaves, of one leaf or
 // of all below a node. Each leaf is copied for itself, so that a leaf that refuses
 // is named and does not keep the others from being copied.
+#include "command.h"
 #include "image/library_call.h"
 #include "image/walk.h"
 #include "lock_set.h"
-#include "verbs.h"
 
 namespace tavdb::command {
 

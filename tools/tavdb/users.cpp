@@ -4,8 +4,8 @@
 // locked components the database is opened afterwards.
 #include <algorithm>
 
+#include "command.h"
 #include "image/tables.h"
-#include "verbs.h"
 #include "view.h"
 
 namespace tavdb::command {
