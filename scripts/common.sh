@@ -9,6 +9,7 @@ jobs=$(nproc)
 packages_build="cmake ninja-build g++ pkg-config libyaml-cpp-dev libpugixml-dev nlohmann-json3-dev libcli11-dev"
 packages_test="libgtest-dev libgmock-dev"
 packages_bench="libbenchmark-dev"
+packages_powerpc="g++-powerpc-linux-gnu qemu-user googletest"
 
 say() { printf '== %s\n' "$*"; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }

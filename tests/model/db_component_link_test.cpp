@@ -61,7 +61,7 @@ TEST_P(HeaderWordTest, OfAnUnreadableComponentIsZero) {
 TEST_P(HeaderWordTest, IsSetByRewritingTheHeaderAndNothingElse) {
     Bytes expected = fakeMedia().snapshot(kComponents);
     const Bytes word = bytesOf(kWord);
-    std::copy(word.begin(), word.end(), expected.begin() + at + GetParam().offset);
+    std::copy(word.begin(), word.end(), expected.data() + at + GetParam().offset);
     EXPECT_EQ(set(at), 0);
     const std::string where = "24@" + std::to_string(at);
     EXPECT_THAT(transfers(), ElementsAre("component read " + where, "component write " + where));
@@ -146,7 +146,7 @@ TEST_P(ValueKeyTest, IsReadWithTheLeaf) {
 TEST_P(ValueKeyTest, IsSetByRewritingTheLeafAndNothingElse) {
     Bytes expected = fakeMedia().snapshot(kComponents);
     const Bytes word = bytesOf(uint32_t{77});
-    std::copy(word.begin(), word.end(), expected.begin() + at + GetParam().offset);
+    std::copy(word.begin(), word.end(), expected.data() + at + GetParam().offset);
     EXPECT_EQ(GetParam().set(&session, at, 77), 0);
     const std::string where = "40@" + std::to_string(at);
     EXPECT_THAT(transfers(), ElementsAre("component read " + where, "component write " + where));
@@ -223,7 +223,7 @@ TEST_F(Children, SettingTheFirstChildRewritesTheNodeOnly) {
     build("a b");
     Bytes expected = fakeMedia().snapshot(kComponents);
     const Bytes word = bytesOf(key("b"));
-    std::copy(word.begin(), word.end(), expected.begin() + root + 24);
+    std::copy(word.begin(), word.end(), expected.data() + root + 24);
     EXPECT_EQ(comp_setFirstChild(&session, root, key("b")), 0);
     EXPECT_THAT(transfers(), ElementsAre(read(24, root), read(28, root), "component write 28@" + std::to_string(root)));
     EXPECT_THAT(differences(expected, fakeMedia().snapshot(kComponents)), IsEmpty());

@@ -198,7 +198,7 @@ using ValueConstraintKey = ValueRecord;
 TEST_F(ValueConstraintKey, IsSetByRewritingTheRecord) {
     Bytes expected = before[kValues];
     const Bytes word = bytesOf(uint32_t{4711});
-    std::copy(word.begin(), word.end(), expected.begin() + at + 24);
+    std::copy(word.begin(), word.end(), expected.data() + at + 24);
     EXPECT_EQ(value_setConstraintKey(&session, at, 4711), 0);
     EXPECT_THAT(differences(expected, fakeMedia().snapshot(kValues)), IsEmpty());
     EXPECT_THAT(transfers(), ElementsAre("value read " + where(), "value write " + where()));

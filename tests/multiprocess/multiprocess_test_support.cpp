@@ -68,7 +68,8 @@ void writeMedium(const std::string &path, uint32_t sizeBytes, bool hasRoot) {
     words[firstFree / 4 + 1] = sizeBytes - firstFree;
     if (hasRoot)
         words[kRootKey / 4] = kRootKey;
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(words.data()), sizeBytes);
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(words.data()), static_cast<std::streamsize>(sizeBytes));
 }
 
 }  // namespace

@@ -211,7 +211,7 @@ protected:
             EXPECT_TRUE(imageIs(expectedImage(nullptr)));
             return;
         }
-        const Step &step = scenario().steps[index / 3];
+        const Step &step = scenario().steps[static_cast<size_t>(index / 3)];
         EXPECT_EQ(result, expectedResult(step));
         EXPECT_TRUE(recorded(step, phaseOf(index)));
         EXPECT_TRUE(imageIs(expectedImage(&step)));

@@ -127,7 +127,8 @@ protected:
     void giveBackOne() {
         if (owned_.empty())
             return;
-        const auto chosen = std::next(owned_.begin(), upTo(static_cast<uint32_t>(owned_.size()) - 1));
+        auto chosen = owned_.begin();
+        std::advance(chosen, static_cast<std::ptrdiff_t>(upTo(static_cast<uint32_t>(owned_.size()) - 1)));
         giveBack({chosen->first, chosen->second});
         owned_.erase(chosen);
     }
