@@ -34,7 +34,6 @@ function(tavdb_runtime_library target output version_script)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS ${version_script})
-  target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
   target_compile_options(${target} PRIVATE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables>
     ${tavdb_trim_compile})

@@ -34,7 +34,7 @@ using tavdb::test::TempFolder;
 constexpr uint32_t kProcesses = 4;
 constexpr uint32_t kThreads = 2;
 constexpr uint32_t kComponents = 3;
-#ifdef __SANITIZE_ADDRESS__
+#ifdef TAVDB_TEST_SLOW
 constexpr uint32_t kDefaultPairs = 20000;
 #else
 constexpr uint32_t kDefaultPairs = 200000;

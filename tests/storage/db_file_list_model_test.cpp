@@ -13,7 +13,11 @@ namespace {
 
 constexpr uint32_t kMediumSize = 32768;
 constexpr uint32_t kHead = sizeof(tavDBMFreeBlock);
+#ifdef TAVDB_TEST_SLOW
+constexpr int kSteps = 400;
+#else
 constexpr int kSteps = 4000;
+#endif
 
 /// Free ranges by offset, and what becomes of them.
 class FreeRanges {

@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: Apache-2.0
+// main() of every test program. Tests are meant to run in a process each. Under
+// emulation starting one costs more than most tests, so with --few-processes the
+// program forks some that run several tests each. A test that does not pass there,
+// perhaps because it met what another one left, runs again in a process of its own,
+// and only that counts.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr size_t kTestsPerProcess = 16;
+constexpr time_t kTimeoutSeconds = 300;
+
+enum class Verdict : char { none, passed, failed, skipped };
+
+std::string nameOf(const testing::TestInfo &test) {
+    return std::string(test.test_suite_name()) + "." + test.name();
+}
+
+Verdict verdictOf(const testing::TestInfo &test) {
+    const testing::TestResult &result = *test.result();
+    return result.Failed() ? Verdict::failed : result.Skipped() ? Verdict::skipped : Verdict::passed;
+}
+
+/// All tests of this program by name, and the verdicts, which forked processes write.
+class Board : public testing::EmptyTestEventListener {
+public:
+    Board() {
+        const testing::UnitTest &unit = *testing::UnitTest::GetInstance();
+        for (int i = 0; i < unit.total_test_suite_count(); ++i)
+            for (int j = 0; j < unit.GetTestSuite(i)->total_test_count(); ++j)
+                add(nameOf(*unit.GetTestSuite(i)->GetTestInfo(j)));
+        verdicts_ = static_cast<Verdict *>(
+            mmap(nullptr, names_.size() + 1, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    }
+    void OnTestEnd(const testing::TestInfo &test) override {
+        verdicts_[indices_.at(nameOf(test))] = verdictOf(test);
+    }
+    const std::vector<std::string> &names() const {
+        return names_;
+    }
+    Verdict &operator[](size_t index) {
+        return verdicts_[index];
+    }
+    size_t count(Verdict verdict) const {
+        return static_cast<size_t>(std::count(verdicts_, verdicts_ + names_.size(), verdict));
+    }
+
+private:
+    void add(const std::string &name) {
+        indices_[name] = names_.size();
+        names_.push_back(name);
+    }
+
+    std::vector<std::string> names_;
+    std::map<std::string, size_t> indices_;
+    Verdict *verdicts_;
+};
+
+/// Signals are left alone: tests look at them.
+void waitFor(pid_t child) {
+    const time_t end = time(nullptr) + kTimeoutSeconds;
+    while (waitpid(child, nullptr, WNOHANG) == 0) {
+        if (time(nullptr) > end)
+            kill(child, SIGKILL);
+        usleep(1000);
+    }
+}
+
+/// Runs the tests that `choose` asks for in a process of their own. @return what they printed
+std::string runForked(const std::function<void()> &choose) {
+    FILE *const output = std::tmpfile();
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(fileno(output), STDOUT_FILENO);
+        dup2(fileno(output), STDERR_FILENO);
+        choose();
+        std::exit(RUN_ALL_TESTS());
+    }
+    waitFor(child);
+    std::rewind(output);
+    std::string text;
+    for (int c = std::fgetc(output); c != EOF; c = std::fgetc(output))
+        text += static_cast<char>(c);
+    std::fclose(output);
+    return text;
+}
+
+void runTogether(size_t testCount) {
+    const size_t processes = (testCount + kTestsPerProcess - 1) / kTestsPerProcess;
+    for (size_t i = 0; i < processes; ++i)
+        runForked([&] {
+            setenv("GTEST_TOTAL_SHARDS", std::to_string(processes).c_str(), 1);
+            setenv("GTEST_SHARD_INDEX", std::to_string(i).c_str(), 1);
+        });
+}
+
+void runApart(Board &board, size_t index) {
+    const std::string &name = board.names()[index];
+    board[index] = Verdict::failed;  // unless its process lives to say otherwise
+    const std::string output = runForked([&] { GTEST_FLAG_SET(filter, name); });
+    if (board[index] != Verdict::passed)
+        std::printf("%s %s\n%s", board[index] == Verdict::skipped ? "SKIPPED" : "FAILED", name.c_str(), output.c_str());
+}
+
+int runInFewProcesses() {
+    auto *const listener = new Board;  // the framework deletes it
+    Board &board = *listener;
+    testing::UnitTest::GetInstance()->listeners().Append(listener);
+    runTogether(board.names().size());
+    for (size_t i = 0; i < board.names().size(); ++i)
+        if (board[i] != Verdict::passed)
+            runApart(board, i);
+    std::printf("verdicts: %zu passed, %zu failed, %zu skipped\n", board.count(Verdict::passed),
+                board.count(Verdict::failed), board.count(Verdict::skipped));
+    return board.count(Verdict::failed) == 0 && board.count(Verdict::passed) > 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    testing::InitGoogleMock(&argc, argv);
+    return argc > 1 && std::strcmp(argv[1], "--few-processes") == 0 ? runInFewProcesses() : RUN_ALL_TESTS();
+}
