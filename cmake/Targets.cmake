@@ -22,11 +22,17 @@ endif()
 
 # A shared library with a C interface: C++20 without exceptions, RTTI and the C++
 # run-time library, so that libc is all it needs besides other libraries here.
-# The C compiler links it, which is what keeps libstdc++ out.
-function(tavdb_runtime_library target output version_script)
-  add_library(${target} SHARED ${ARGN})
+# The C compiler links it, which is what keeps libstdc++ out. The types in its debug
+# information are what its binary interface is checked by; packages are stripped.
+#   tavdb_runtime_library(target EXPORT name MAP version_script SUMMARY text [NEEDS target...] SOURCES file...)
+# EXPORT: others link tavdb::name. NEEDS: other run-time libraries that it calls.
+function(tavdb_runtime_library target)
+  cmake_parse_arguments(arg "" "EXPORT;MAP;SUMMARY" "NEEDS;SOURCES" ${ARGN})
+  set(version_script ${CMAKE_CURRENT_SOURCE_DIR}/${arg_MAP})
+  add_library(${target} SHARED ${arg_SOURCES})
+  add_library(tavdb::${arg_EXPORT} ALIAS ${target})
   set_target_properties(${target} PROPERTIES
-    OUTPUT_NAME ${output}
+    EXPORT_NAME ${arg_EXPORT}
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     LINKER_LANGUAGE C
@@ -36,11 +42,13 @@ function(tavdb_runtime_library target output version_script)
     LINK_DEPENDS ${version_script})
   target_compile_options(${target} PRIVATE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables>
+    -g
     ${tavdb_trim_compile})
   target_link_options(${target} PRIVATE
     -Wl,--version-script=${version_script} -Wl,--as-needed -Wl,-z,relro -Wl,-z,now ${tavdb_trim_link})
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  target_link_libraries(${target} PRIVATE tavdb_warnings)
+  target_link_libraries(${target} PRIVATE ${arg_NEEDS} tavdb_warnings)
+  tavdb_install_runtime_library(${target} "${arg_SUMMARY}" "${arg_NEEDS}")
 endfunction()

@@ -7,9 +7,11 @@ project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 
 packages_build="cmake ninja-build g++ pkg-config libyaml-cpp-dev libpugixml-dev nlohmann-json3-dev libcli11-dev"
-packages_test="libgtest-dev libgmock-dev"
+packages_test="libgtest-dev libgmock-dev abigail-tools dpkg-dev"
 packages_bench="libbenchmark-dev"
 packages_powerpc="g++-powerpc-linux-gnu qemu-user googletest"
+
+runtime_libraries="tavdb tavosw tavhook tavdbfile"
 
 say() { printf '== %s\n' "$*"; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
@@ -47,3 +49,22 @@ build() {
     fi
     rm -f "$log"
 }
+
+# symbols_of LIBRARY: what it exports, "name@@version", sorted. For every machine.
+symbols_of() {
+    readelf -W --dyn-syms "$1" | awk '($5 == "GLOBAL" || $5 == "WEAK") && $7 != "UND" && $7 != "ABS" {print $8}' | LC_ALL=C sort
+}
+
+# abi_machine LIBRARY: what it runs on, as the folders in abi are called
+abi_machine() {
+    local name
+    name=$(readelf -h "$1" | sed -n 's/^ *Machine: *//p')
+    case "$name" in
+        "Advanced Micro Devices X86-64") echo x86_64 ;;
+        PowerPC) echo powerpc ;;
+        *) die "$1 is for a machine that has no name here: $name" ;;
+    esac
+}
+
+# newest_release FOLDER: the highest version that has a folder there
+newest_release() { [ ! -d "$1" ] || ls "$1" | sort -V | tail -1; }

@@ -12,7 +12,7 @@ folder=${1:-$project/build/release}
 section() { size -A -d "$1" | awk -v name="$2" '$1 == name {sum = $2} END {print sum + 0}'; }
 
 printf '%-22s %8s %8s %8s %8s %8s  %s\n' library code rodata data bss exports needs
-for name in tavdb tavosw tavhook tavdbfile; do
+for name in $runtime_libraries; do
     file=$folder/lib/lib$name.so.1
     exports=$(nm -D --defined-only "$file" | grep -vc ' A ' || true)
     needs=$(readelf -d "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | tr '\n' ' ')

@@ -16,7 +16,7 @@ TEST(ErrorReference, IsThatOfTheListOfCodes) {
     std::vector<std::string> lines;
     for (std::string line; std::getline(document, line);)
         lines.push_back(line);
-    const auto expected = runCommand("'" TAVDB_TEST_ERROR_REFERENCE "'");
+    const auto expected = runCommand(TAVDB_TEST_EMULATOR " '" TAVDB_TEST_ERROR_REFERENCE "'");
     ASSERT_EQ(expected.status, 0);
     EXPECT_THAT(lines, testing::ContainerEq(expected.lines)) << "build the target error_reference to renew it";
 }

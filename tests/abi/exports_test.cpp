@@ -105,7 +105,7 @@ TEST(ExportedSymbols, AreAllCalledFromC) {
     const std::string table = testing::TempDir() + "tavdb-every-function-" + std::to_string(getpid());
     // what a call hands out is lost with the zeros that follow it, so leaks are not looked for here
     const auto run = runCommand("ASAN_OPTIONS=detect_leaks=0 TAVDB_DBTABLE='" + table +
-                                "' '" TAVDB_TEST_EVERY_FUNCTION "' </dev/null");
+                                "' " TAVDB_TEST_EMULATOR " '" TAVDB_TEST_EVERY_FUNCTION "' </dev/null");
     runCommand("rm -f '" + table + "' '" + table + ".sem'");
     EXPECT_EQ(run.status, 0);
     ASSERT_FALSE(run.lines.empty());

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "abi/command_output.h"
+#include "abi/readme.h"
 
 namespace tavdb_test {
 namespace {
@@ -18,29 +19,6 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 
 const std::string kSource = TAVDB_TEST_SOURCE;
-/// Where the example's database lies.
-const std::string kPlace = "/var/lib/gateway";
-
-/// The README's first fenced block of a language.
-std::string blockOf(const std::string &language) {
-    std::ifstream readme(kSource + "/README.md");
-    std::string text;
-    bool inside = false;
-    for (std::string line; std::getline(readme, line);) {
-        if (inside && line == "```")
-            return text;
-        if (inside)
-            text += line + "\n";
-        inside = inside || line == "```" + language;
-    }
-    return {};
-}
-
-std::string withPlace(std::string text, const std::string &place) {
-    for (size_t at = text.find(kPlace); at != std::string::npos; at = text.find(kPlace, at + place.size()))
-        text.replace(at, kPlace.size(), place);
-    return text;
-}
 
 class Readme : public testing::Test {
 protected:
@@ -56,7 +34,9 @@ protected:
         std::ofstream(folder / name) << text;
     }
     int build(const std::string &description) const {
-        return runCommand("'" TAVDB_TEST_COMMAND "' build '" + description + "' -o '" + database() + "' 2>&1").status;
+        return runCommand(TAVDB_TEST_EMULATOR " '" TAVDB_TEST_COMMAND "' build '" + description + "' -o '" +
+                          database() + "' 2>&1")
+            .status;
     }
     std::string database() const {
         return folder / "gateway";
@@ -66,9 +46,9 @@ protected:
 };
 
 TEST_F(Readme, ExampleCompilesAndRuns) {
-    const std::string example = blockOf("c");
+    const std::string example = readmeBlock(kSource, "c");
     ASSERT_NE(example.find("tavDBMInit"), std::string::npos);
-    ASSERT_NE(example.find(kPlace), std::string::npos);
+    ASSERT_NE(example.find(kReadmePlace), std::string::npos);
     write("example.c", withPlace(example, database()));
     const std::string sanitize = TAVDB_TEST_SANITIZE[0] != '\0' ? " -fsanitize=" TAVDB_TEST_SANITIZE : "";
     const auto compiled = runCommand(
@@ -77,16 +57,16 @@ TEST_F(Readme, ExampleCompilesAndRuns) {
         "-Wl,-rpath,'" TAVDB_TEST_LIBRARIES "'");
     ASSERT_EQ(compiled.status, 0);
     ASSERT_EQ(build(kSource + "/examples/gateway/gateway.yaml"), 0);
-    const auto run = runCommand("'" + (folder / "example").string() + "'");
+    const auto run = runCommand(TAVDB_TEST_EMULATOR " '" + (folder / "example").string() + "'");
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.lines, ElementsAre("20000 is refused with code 67", "the MTU is 1492 now"));
 }
 
 TEST_F(Readme, DescriptionBuildsAndItsCommandsDoWhatTheySay) {
-    write("gateway.yaml", blockOf("yaml"));
+    write("gateway.yaml", readmeBlock(kSource, "yaml"));
     ASSERT_EQ(build(folder / "gateway.yaml"), 0);
     setenv("TAVDB_DIR", database().c_str(), 1);
-    const std::string command = "'" TAVDB_TEST_COMMAND "' ";
+    const std::string command = TAVDB_TEST_EMULATOR " '" TAVDB_TEST_COMMAND "' ";
     EXPECT_EQ(runCommand(command + "set /network/lan/linkMode full1000").status, 0);
     EXPECT_THAT(runCommand(command + "get /network/lan/linkMode").lines, ElementsAre("full1000"));
     const auto refused = runCommand(command + "set /network/lan/mtuBytes 20000 2>&1");
