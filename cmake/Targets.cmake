@@ -42,7 +42,7 @@ function(tavdb_runtime_library target)
     LINK_DEPENDS ${version_script})
   target_compile_options(${target} PRIVATE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables>
-    -g
+    -g $<$<CXX_COMPILER_ID:GNU>:-fstack-usage>
     ${tavdb_trim_compile})
   target_link_options(${target} PRIVATE
     -Wl,--version-script=${version_script} -Wl,--as-needed -Wl,-z,relro -Wl,-z,now ${tavdb_trim_link})
