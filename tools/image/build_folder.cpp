@@ -129,11 +129,11 @@ int exchangeFolders(const std::string &fresh, const std::string &old) {
     return isUnknown(error) ? exchangeInTwoSteps(fresh, old) : error;
 }
 
-/// mkdtemp() makes a folder for its owner alone; a database has the usual rights.
-bool giveUsualRights(const std::string &path) {
+/// What a new folder has by itself.
+mode_t usualRights() {
     const mode_t mask = umask(0);
     umask(mask);
-    return chmod(path.c_str(), 0777 & ~mask) == 0;
+    return 0777 & ~mask;
 }
 
 }  // namespace
@@ -161,7 +161,7 @@ Result<BuildTarget> findTarget(const std::string &path, bool replace) {
         if (errno != ENOENT)
             return Target::bad(faultOfError(errno, "cannot be reached"));
         auto fresh = newPath(path);
-        return fresh ? Target::good({std::move(*fresh.value), false}) : Target::bad(std::move(fresh.error));
+        return fresh ? Target::good({std::move(*fresh.value), false, {}}) : Target::bad(std::move(fresh.error));
     }
     if (!replace)
         return Target::bad(failed("exists already; --replace puts a new database in its place"));
@@ -170,7 +170,7 @@ Result<BuildTarget> findTarget(const std::string &path, bool replace) {
         return Target::bad(std::move(real.error));
     if (auto fault = checkReplaceable(*real.value))
         return Target::bad(std::move(*fault));
-    return Target::good({std::move(*real.value), true});
+    return Target::good({std::move(*real.value), true, {}});
 }
 
 Result<BuildFolder> BuildFolder::make(const BuildTarget &target) {
@@ -190,7 +190,8 @@ BuildFolder::~BuildFolder() {
 }
 
 Status BuildFolder::publish(const BuildTarget &target) {
-    if (!giveUsualRights(folder))
+    // mkdtemp() makes a folder for its owner alone.
+    if (chmod(folder.c_str(), target.rights.value_or(usualRights())) != 0)
         return faultOfError(errno, "cannot be given its permissions");
     if (auto fault = syncFolder(folder))
         return fault;

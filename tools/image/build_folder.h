@@ -4,6 +4,9 @@
 // removed again.
 #pragma once
 
+#include <sys/types.h>
+
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +18,7 @@ namespace tavdb::image {
 struct BuildTarget {
     std::string path;  ///< absolute
     bool replaces = false;
+    std::optional<mode_t> rights = {};  ///< of the directory; the usual ones unless stated
 };
 
 /// Refuses a place that is taken, unless `replace` is set and a database directory

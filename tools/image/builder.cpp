@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "image/build_folder.h"
+#include "image/convert.h"
 #include "image/database.h"
 #include "image/files.h"
 #include "image/schema_json.h"
@@ -110,11 +111,13 @@ Status makeTable(const std::string &path, int32_t (*start)(const char *), int32_
     return access(path.c_str(), F_OK) == 0 ? Status{} : Fault{FaultKind::medium, "cannot be made", 0, 0};
 }
 
-/// The tables bear the traces of the build: they are made anew.
-Status renewTables(const std::string &folder) {
-    removeTable(folder, kControlTable);
-    removeTable(folder, kSessionTable);
-    removeTable(folder, kLockTable);
+/// The tables bear the traces of the build: they are made anew, on this machine or
+/// by the first process on the other one.
+Status finishImages(const std::string &folder, ByteOrder order) {
+    for (const auto table : {kControlTable, kSessionTable, kLockTable})
+        removeTable(folder, table);
+    if (order != nativeOrder())
+        return convertImages(folder, order);
     if (auto fault = makeTable(joinPath(folder, kSessionTable), session_init, session_term))
         return faultIn(std::string(kSessionTable), std::move(*fault));
     if (auto fault = makeTable(joinPath(folder, kLockTable), lock_init, lock_term))
@@ -145,7 +148,7 @@ Status buildInside(const Model &model, const std::string &folder, const BuildOpt
         return faultIn(std::string(kMediaFile), std::move(*fault));
     if (auto fault = fillDatabase(model, folder, options, keys))
         return fault;
-    if (auto fault = renewTables(folder))
+    if (auto fault = finishImages(folder, options.order))
         return fault;
     return writeTexts(model, folder, options);
 }

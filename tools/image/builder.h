@@ -18,7 +18,8 @@ struct BuildOptions {
     uint32_t slackPercent = 25;
     std::string hookFile = {};    ///< copied into the directory; empty: none
     std::string headerFile = {};  ///< C header to write, see c_header.h; empty: none
-    bool replace = false;         ///< put the new database in the place of an old one
+    ByteOrder order = nativeOrder();
+    bool replace = false;  ///< put the new database in the place of an old one
     /// Asked now and then; true ends the work, and nothing is left of it.
     std::function<bool()> interrupted = [] { return false; };
 };

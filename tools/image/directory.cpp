@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <sstream>
@@ -87,13 +86,17 @@ Result<std::vector<MediaLine>> readMediaFile(const std::string &folder) {
     return Lines::good(std::move(lines));
 }
 
-uint32_t reversed(uint32_t word) {
-    return __builtin_bswap32(word);
+Fault damagedHeader(const std::string &sentence) {
+    return {FaultKind::damaged, "the header is damaged: " + sentence, 0, 0};
 }
 
-const char *byteOrderName(bool isLittle) {
-    return isLittle ? "little-endian" : "big-endian";
-}
+/// An image as far as it is looked at: its first words as this machine has them.
+struct ImageStart {
+    const MediumName *medium;
+    tavDBMMediumHeader header;
+    ByteOrder order;
+    uint64_t sizeBytes;
+};
 
 Status checkRole(const tavDBMMediumHeader &header, int32_t medium) {
     const uint32_t format = header.preparer[1] >> 16;
@@ -104,60 +107,89 @@ Status checkRole(const tavDBMMediumHeader &header, int32_t medium) {
             "is of format " + std::to_string(format) + ", this program knows format " + std::to_string(kFormatVersion),
             0, 0};
     if (role != static_cast<uint32_t>(medium))
-        return Fault{FaultKind::damaged,
-                     "the header is damaged: it says medium " + std::to_string(role) + ", this is medium " +
-                         std::to_string(medium),
-                     0, 0};
+        return damagedHeader("it says medium " + std::to_string(role) + ", this is medium " + std::to_string(medium));
     return std::nullopt;
 }
 
-Status checkHeader(const tavDBMMediumHeader &header, uint64_t sizeBytes, const MediumName &medium) {
-    constexpr bool isLittle = std::endian::native == std::endian::little;
-    if (header.preparer[0] == reversed(kMagic))
-        return Fault{FaultKind::mismatch,
-                     std::string("was made for a ") + byteOrderName(!isLittle) + " machine, this one is " +
-                         byteOrderName(isLittle),
-                     0, 0};
-    if (header.preparer[0] != kMagic)
-        return Fault{FaultKind::damaged, "the header is damaged: it does not begin with TAVD", 0, 0};
-    if (auto fault = checkRole(header, medium.id))
+Status checkHeader(const ImageStart &image) {
+    const auto &header = image.header;
+    if (auto fault = checkRole(header, image.medium->id))
         return fault;
-    const bool isInside = header.root >= sizeof header && header.root + sizeof(tavDBMNode) <= sizeBytes;
-    if (medium.id == kComponentMedium && !isInside)
-        return Fault{FaultKind::damaged, "the header is damaged: there is no root at " + std::to_string(header.root), 0,
-                     0};
-    if (medium.holdsRecords && header.firstFree != 0 && header.firstFree >= sizeBytes)
-        return Fault{FaultKind::damaged,
-                     "the header is damaged: the first free block lies outside at " + std::to_string(header.firstFree),
-                     0, 0};
+    const bool isInside = header.root >= sizeof header && header.root + sizeof(tavDBMNode) <= image.sizeBytes;
+    if (image.medium->id == kComponentMedium && !isInside)
+        return damagedHeader("there is no root at " + std::to_string(header.root));
+    if (image.medium->holdsRecords && header.firstFree != 0 && header.firstFree >= image.sizeBytes)
+        return damagedHeader("the first free block lies outside at " + std::to_string(header.firstFree));
     return std::nullopt;
 }
 
-Status checkImage(const std::string &path, const MediumName &medium) {
+/// The mark tells the order; without it nothing does.
+Result<ImageStart> parseStart(std::string bytes, const MediumName &medium, uint64_t sizeBytes) {
+    ImageStart image{&medium, {}, nativeOrder(), sizeBytes};
+    if (bytes.size() < sizeof image.header)
+        return Result<ImageStart>::bad(damagedHeader("the image is shorter than its header"));
+    std::memcpy(&image.header, bytes.data(), sizeof image.header);
+    if (image.header.preparer[0] == kMagic)
+        return Result<ImageStart>::good(image);
+    reverseNumbers(bytes, sizeof(uint32_t));
+    std::memcpy(&image.header, bytes.data(), sizeof image.header);
+    image.order = opposite(nativeOrder());
+    if (image.header.preparer[0] != kMagic)
+        return Result<ImageStart>::bad(damagedHeader("it does not begin with TAVD"));
+    return Result<ImageStart>::good(image);
+}
+
+Result<ImageStart> readStart(const std::string &path, const MediumName &medium) {
+    using Start = Result<ImageStart>;
     const auto file = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file.isOpen() && errno == ENOENT)
-        return Fault{FaultKind::damaged, "the database is incomplete: this image is missing", 0, 0};
+        return Start::bad({FaultKind::damaged, "the database is incomplete: this image is missing", 0, 0});
     struct stat status = {};
     if (!file.isOpen() || fstat(file.get(), &status) != 0)
-        return faultOfError(errno, "cannot be opened");
-    tavDBMMediumHeader header = {};
-    const auto bytes = readPart(file.get(), sizeof header, 0);
-    if (!bytes)
-        return bytes.error;
-    if (bytes.value->size() < sizeof header)
-        return Fault{FaultKind::damaged, "the header is damaged: the image is shorter than its header", 0, 0};
-    std::memcpy(&header, bytes.value->data(), sizeof header);
-    return checkHeader(header, static_cast<uint64_t>(status.st_size), medium);
+        return Start::bad(faultOfError(errno, "cannot be opened"));
+    auto bytes = readPart(file.get(), sizeof(tavDBMMediumHeader), 0);
+    return bytes ? parseStart(std::move(*bytes.value), medium, static_cast<uint64_t>(status.st_size))
+                 : Start::bad(bytes.error);
 }
 
-Status checkImages(const DatabaseDirectory &directory) {
+/// Of the images that are files of this machine; sound headers each.
+Result<std::vector<ImageStart>> readStarts(const DatabaseDirectory &directory) {
+    using Starts = Result<std::vector<ImageStart>>;
+    std::vector<ImageStart> starts;
     for (const auto &medium : kMediumNames) {
         const auto path = directory.imagePath(medium.id);
-        auto fault = path ? checkImage(*path, medium) : Status{};
+        if (!path)
+            continue;
+        const auto start = readStart(*path, medium);
+        auto fault = start ? checkHeader(*start.value) : start.error;
         if (fault)
-            return faultIn(directory.media[static_cast<size_t>(medium.id) - 1].hint, std::move(*fault));
+            return Starts::bad(faultIn(directory.hintOf(medium.id), std::move(*fault)));
+        starts.push_back(*start.value);
     }
+    return Starts::good(std::move(starts));
+}
+
+/// Sets the directory's order.
+Status checkOrder(DatabaseDirectory &directory, const std::vector<ImageStart> &starts, DirectoryUse use) {
+    for (const auto &start : starts)
+        if (start.order != starts[0].order)
+            return faultIn(directory.hintOf(start.medium->id),
+                           damagedHeader(std::string("its numbers are stored ") + nameOf(start.order) + ", those of " +
+                                         directory.hintOf(starts[0].medium->id) + " " + nameOf(starts[0].order)));
+    directory.order = starts.empty() ? nativeOrder() : starts[0].order;
+    if (use == DirectoryUse::attach && directory.order != nativeOrder())
+        return Fault{FaultKind::mismatch,
+                     std::string("its numbers are stored ") + nameOf(directory.order) + " and this machine is " +
+                         nameOf(nativeOrder()) + "; 'tavdb convert' makes a copy for this machine",
+                     0, 0};
     return std::nullopt;
+}
+
+Status checkImages(DatabaseDirectory &directory, DirectoryUse use) {
+    const auto starts = readStarts(directory);
+    if (!starts)
+        return starts.error;
+    return checkOrder(directory, *starts.value, use);
 }
 
 /// Every process that attaches writes into the tables; one that is missing is made.
@@ -188,7 +220,7 @@ std::string_view MediaLine::kind() const {
 }
 
 std::optional<std::string> DatabaseDirectory::imagePath(int32_t medium) const {
-    const auto &line = media[static_cast<size_t>(medium) - 1];
+    const auto &line = lineOf(medium);
     const auto *function = findOpenFunction(line);
     if (function == nullptr || !function->isFile)
         return std::nullopt;
@@ -209,7 +241,7 @@ Result<tavDBMDescription> describeDirectory(const std::string &path) {
     return Result<tavDBMDescription>::good(description);
 }
 
-Result<DatabaseDirectory> openDirectory(const std::string &path) {
+Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse use) {
     using Opened = Result<DatabaseDirectory>;
     const auto real = realPath(path);
     if (!real && real.error.kind == FaultKind::notFound)
@@ -222,9 +254,9 @@ Result<DatabaseDirectory> openDirectory(const std::string &path) {
     auto description = describeDirectory(*real.value);
     if (!description)
         return Opened::bad(description.error);
-    DatabaseDirectory directory{*real.value, *description.value, std::move(*media.value)};
-    auto fault = checkImages(directory);
-    if (!fault)
+    DatabaseDirectory directory{*real.value, *description.value, std::move(*media.value), nativeOrder()};
+    auto fault = checkImages(directory, use);
+    if (!fault && use == DirectoryUse::attach)
         fault = checkTables(directory);
     return fault ? Opened::bad(std::move(*fault)) : Opened::good(std::move(directory));
 }

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "image/byte_order.h"
 #include "image/fault.h"
 #include "tavdb_modules.h"
 
@@ -73,14 +74,25 @@ struct DatabaseDirectory {
     std::string path;  ///< absolute, without symbolic links
     tavDBMDescription description;
     std::vector<MediaLine> media;  ///< in the order of their ids, from 1
+    ByteOrder order = nativeOrder();
 
+    const MediaLine &lineOf(int32_t medium) const {
+        return media[static_cast<size_t>(medium) - 1];
+    }
+    const std::string &hintOf(int32_t medium) const {
+        return lineOf(medium).hint;
+    }
     /// The image of a medium, when it is a file of this machine.
     std::optional<std::string> imagePath(int32_t medium) const;
 };
 
+/// What a directory is opened for. To attach, its numbers must be in the order of
+/// this machine and its tables writable; to read its files, neither.
+enum class DirectoryUse { attach, readFiles };
+
 /// Checks that a directory holds a database that this program can use, as far as
-/// its files show it: all there, permitted, sound headers, this machine's format.
-Result<DatabaseDirectory> openDirectory(const std::string &path);
+/// its files show it: all there, permitted, sound headers, a known format.
+Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse use = DirectoryUse::attach);
 
 /// The description of a directory's database. Equal directories give equal
 /// descriptions, so that all programs that use this share locks and sessions.

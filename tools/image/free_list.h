@@ -7,20 +7,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "image/byte_range.h"
 #include "image/database.h"
 
 namespace tavdb::image {
-
-/// Bytes of a medium.
-struct ByteRange {
-    uint32_t offset = 0;
-    uint32_t sizeBytes = 0;
-
-    uint64_t end() const {
-        return uint64_t{offset} + sizeBytes;
-    }
-    bool operator==(const ByteRange &) const = default;
-};
 
 /// The free blocks in the order of the list. A list that leaves the medium, runs in
 /// a circle or goes backwards is a fault.

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "image/files.h"
+#include "image/record_layout.h"
 
 namespace tavdb::image {
 
@@ -17,22 +18,9 @@ namespace {
 constexpr uint32_t kHeaderBytes = sizeof(tavDBMMediumHeader);
 static_assert(kHeaderBytes == 16);
 
-uint64_t rangeBytes(Type type) {
-    switch (typeInfo(type).widthBytes) {
-        case 1:
-            return sizeof(tavDBMRangeU8);
-        case 2:
-            return sizeof(tavDBMRangeU16);
-        case 4:
-            return sizeof(tavDBMRangeU32);
-        default:
-            return sizeof(tavDBMRangeU64);
-    }
-}
-
 uint64_t constraintBytes(const Leaf &leaf) {
     if (std::holds_alternative<Range>(leaf.constraint))
-        return rangeBytes(leaf.type);
+        return rangeBytes(static_cast<int32_t>(leaf.type));
     const auto *elements = std::get_if<Enumeration>(&leaf.constraint);
     return elements == nullptr
                ? 0

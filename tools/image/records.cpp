@@ -9,23 +9,6 @@ namespace tavdb::image {
 
 namespace {
 
-/// Of a range of values of a type, 0 for a type without ranges.
-uint32_t rangeBytes(int32_t typeCode) {
-    const auto *info = findType(typeCode);
-    switch (info != nullptr ? info->widthBytes : 0) {
-        case 1:
-            return sizeof(tavDBMRangeU8);
-        case 2:
-            return sizeof(tavDBMRangeU16);
-        case 4:
-            return sizeof(tavDBMRangeU32);
-        case 8:
-            return sizeof(tavDBMRangeU64);
-        default:
-            return 0;
-    }
-}
-
 class Collector {
 public:
     explicit Collector(Database &place) : database(place) {}

@@ -7,12 +7,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "image/byte_range.h"
 #include "image/database.h"
-#include "image/free_list.h"
+#include "image/record_layout.h"
 
 namespace tavdb::image {
-
-enum class RecordKind : uint8_t { node, leaf, string, text, value, data, range, enumeration, elements };
 
 struct StoredRecord {
     RecordKind kind = RecordKind::node;
@@ -23,11 +22,6 @@ struct StoredRecord {
     /// It names itself and lies on its medium: it may be released.
     bool isSound = false;
 };
-
-/// Whether records of this kind are taken from a free list.
-constexpr bool isAllocated(RecordKind kind) {
-    return kind != RecordKind::text && kind != RecordKind::data;
-}
 
 /// The component's record, its name, its values and their constraints, each before
 /// what it refers to and each once.

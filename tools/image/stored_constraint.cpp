@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "image/stored_constraint.h"
 
+#include "image/record_layout.h"
 #include "image/value_bytes.h"
 
 namespace tavdb::image {
@@ -72,16 +73,14 @@ Status readTyped(Database &database, uint32_t key, Type type, StoredConstraint &
     stored.type = constraint_getType(database.cleared(), key);
     if (auto fault = database.lastFault())
         return fault;
-    const bool isEnumeration = stored.type >= 1 << TAVDB_ENUMERATION_SHIFT;
-    const int32_t valueType = isEnumeration ? stored.type >> TAVDB_ENUMERATION_SHIFT : stored.type;
-    const auto *info = findType(valueType);
-    const bool isWhole = !isEnumeration || valueType << TAVDB_ENUMERATION_SHIFT == stored.type;
-    if (info == nullptr || !info->isNumber() || !isWhole)
+    const auto kind = constraintTypeOf(stored.type);
+    if (!kind)
         return faultOfCode(TAVDB_ERR_CONSTRAINT_TYPE, 0);
-    if (info->type != type)
-        return Fault{FaultKind::damaged, "it is for values of type " + std::string(info->name), 0, 0};
-    return isEnumeration ? readEnumeration(database, key, type, stored.constraint)
-                         : readRange(database, key, type, stored.constraint);
+    if (kind->valueType != static_cast<int32_t>(type))
+        return Fault{FaultKind::damaged, "it is for values of type " + std::string(findType(kind->valueType)->name), 0,
+                     0};
+    return kind->kind == RecordKind::enumeration ? readEnumeration(database, key, type, stored.constraint)
+                                                 : readRange(database, key, type, stored.constraint);
 }
 
 }  // namespace

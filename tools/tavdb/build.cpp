@@ -44,9 +44,11 @@ public:
         const auto took = std::chrono::steady_clock::now() - started;
         const auto tookMs = std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
         const auto &counts = summary.value->counts;
+        const auto order = arguments.building.order;
+        const std::string note = order == image::nativeOrder() ? "" : std::string(", ") + image::nameOf(order) + ",";
         console.remark(arguments.directory, "built " + std::to_string(counts.nodes) + " nodes, " +
                                                 std::to_string(counts.leaves) + " leaves, " +
-                                                std::to_string(summary.value->imageBytes) + " bytes in " +
+                                                std::to_string(summary.value->imageBytes) + " bytes" + note + " in " +
                                                 std::to_string(tookMs) + " ms");
     }
 
@@ -88,6 +90,7 @@ void addBuild(CLI::App &app, Action &action) {
     command->add_option("--media", building.media, "how the images are used: memory (mapped) or file")
         ->transform(CLI::CheckedTransformer(kinds))
         ->type_name("KIND");
+    addByteOrder(*command, building.order);
     command->add_option("--slack", building.slackPercent, "free space for records, in percent of what is used")
         ->check(CLI::Range(0U, kSlackPercentMax))
         ->type_name("PERCENT")

@@ -50,6 +50,14 @@ image::Result<image::StoredLeaf> openLeaf(OpenedDatabase &opened, const image::S
     return image::readLeaf(*opened.database, component, *entry.value);
 }
 
+void addByteOrder(CLI::App &command, image::ByteOrder &order) {
+    const std::map<std::string, image::ByteOrder> orders = {
+        {"big", image::ByteOrder::big}, {"little", image::ByteOrder::little}, {"native", image::nativeOrder()}};
+    command.add_option("--byte-order", order, "how numbers are stored: big or little end first, or native, as here")
+        ->transform(CLI::CheckedTransformer(orders))
+        ->type_name("ORDER");
+}
+
 void TierFlags::add(CLI::App &command, bool withFactory) {
     auto *first = command.add_flag("--default", standard, "the default value instead of the current one");
     if (withFactory)

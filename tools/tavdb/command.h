@@ -28,6 +28,7 @@ using Action = std::function<void(const Common &, Console &)>;
 
 /// Each adds one command to the parser; the one that was called sets the action.
 void addBuild(CLI::App &app, Action &action);
+void addConvert(CLI::App &app, Action &action);
 void addGet(CLI::App &app, Action &action);
 void addSet(CLI::App &app, Action &action);
 void addList(CLI::App &app, Action &action);
@@ -45,6 +46,9 @@ void addLocks(CLI::App &app, Action &action);
 void addSessions(CLI::App &app, Action &action);
 void addDump(CLI::App &app, Action &action);
 void addDebug(CLI::App &app, Action &action);
+
+/// The option --byte-order of commands that make a database directory.
+void addByteOrder(CLI::App &command, image::ByteOrder &order);
 
 /// A database that a command has opened, and closes at its end.
 struct OpenedDatabase {

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "command.h"
+#include "image/free_list.h"
 #include "image/walk.h"
 #include "record_view.h"
 #include "view.h"

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // tavdb info: what a database directory is, how full it is and who uses it. The
 // tables are read before the command opens a session of its own.
-#include <bit>
 
 #include "command.h"
 #include "image/survey.h"
@@ -78,7 +77,7 @@ private:
     std::vector<MediumInfo> readMedia(OpenedDatabase &opened) {
         std::vector<MediumInfo> media;
         for (const auto &name : image::kMediumNames) {
-            const auto &line = opened.directory.media[static_cast<size_t>(name.id) - 1];
+            const auto &line = opened.directory.lineOf(name.id);
             MediumInfo medium{&name, std::string(line.kind()), line.hint, 0, {}};
             const auto size = image::mediumSize(*opened.database, name.id);
             const auto space = name.holdsRecords ? image::measureFreeSpace(*opened.database, name.id)
@@ -95,7 +94,7 @@ private:
     static Json collect(OpenedDatabase &opened, const std::vector<MediumInfo> &media, const image::Census &census,
                         const image::Source &source, const Usage &usage) {
         Json facts = {{"directory", opened.directory.path},
-                      {"byteOrder", std::endian::native == std::endian::little ? "little-endian" : "big-endian"},
+                      {"byteOrder", image::nameOf(image::nativeOrder())},
                       {"format", image::kFormatVersion}};
         auto &list = facts["media"] = Json::array();
         for (const auto &medium : media)

@@ -87,8 +87,8 @@ private:
         app.set_version_flag("--version", "tavdb " TAVDB_VERSION);
         app.require_subcommand(0, 1);
         for (const auto add :
-             {addBuild, addGet, addSet, addList, addTree, addDescribe, addInfo, addFind, addReset, addSave, addMove,
-              addRemove, addLock, addUnlock, addLocks, addSessions, addDump, addDebug, addHelp})
+             {addBuild, addConvert, addGet,    addSet,  addList,   addTree,  addDescribe, addInfo, addFind,  addReset,
+              addSave,  addMove,    addRemove, addLock, addUnlock, addLocks, addSessions, addDump, addDebug, addHelp})
             add(app, action);
         // A command that takes whatever follows would hand its own arguments on.
         for (auto *command : app.get_subcommands({}))

@@ -45,21 +45,29 @@ constexpr std::array kEnumerationFields = {Field{"key"}, Field{"type", FieldKind
                                            Field{"element count", FieldKind::signedNumber}};
 constexpr std::array<std::string_view, 3> kRangeNumbers = {"minimum", "maximum", "step"};
 
-struct KindRow {
-    std::string_view name;
-    std::span<const Field> fields;
-};
-
-/// By RecordKind. What has no fields is shown in the way of its data.
-constexpr std::array<KindRow, 9> kKinds = {{{"node", kNodeFields},
-                                            {"leaf", kLeafFields},
-                                            {"name", kStringFields},
-                                            {"text", {}},
-                                            {"value", kValueFields},
-                                            {"data", {}},
-                                            {"range", kConstraintFields},
-                                            {"enumeration", kEnumerationFields},
-                                            {"elements", {}}}};
+/// What has no fields is shown in the way of its data.
+std::span<const Field> fieldsOf(image::RecordKind kind) {
+    switch (kind) {
+        case image::RecordKind::header:
+            return kHeaderFields;
+        case image::RecordKind::freeBlock:
+            return kFreeFields;
+        case image::RecordKind::node:
+            return kNodeFields;
+        case image::RecordKind::leaf:
+            return kLeafFields;
+        case image::RecordKind::string:
+            return kStringFields;
+        case image::RecordKind::value:
+            return kValueFields;
+        case image::RecordKind::range:
+            return kConstraintFields;
+        case image::RecordKind::enumeration:
+            return kEnumerationFields;
+        default:
+            return {};
+    }
+}
 
 constexpr size_t kBytesOnLine = 16;
 
@@ -206,12 +214,12 @@ void noteMissing(RecordBlock &block, const std::string &bytes) {
 }
 
 image::Result<RecordBlock> viewFields(image::Database &database, int32_t medium, const image::ByteRange &range,
-                                      std::string_view what, std::span<const Field> fields) {
+                                      image::RecordKind kind) {
     std::string bytes;
-    auto block = readBlock(database, medium, range, what, bytes);
+    auto block = readBlock(database, medium, range, image::layoutOf(kind).name, bytes);
     if (!block)
         return block;
-    LineWriter(*block.value, bytes).fields(fields);
+    LineWriter(*block.value, bytes).fields(fieldsOf(kind));
     return block;
 }
 
@@ -229,9 +237,8 @@ std::string mediumNameOf(int32_t medium) {
 }
 
 image::Result<RecordBlock> viewRecord(image::Database &database, const image::StoredRecord &record, bool isMasked) {
-    const auto &kind = kKinds[static_cast<size_t>(record.kind)];
     std::string bytes;
-    auto block = readBlock(database, record.medium, record.range, kind.name, bytes);
+    auto block = readBlock(database, record.medium, record.range, image::layoutOf(record.kind).name, bytes);
     if (!block)
         return block;
     if (isMasked) {
@@ -239,7 +246,7 @@ image::Result<RecordBlock> viewRecord(image::Database &database, const image::St
         return block;
     }
     LineWriter writer(*block.value, bytes);
-    writer.fields(kind.fields);
+    writer.fields(fieldsOf(record.kind));
     if (record.kind == image::RecordKind::text)
         writer.characters();
     else
@@ -249,12 +256,12 @@ image::Result<RecordBlock> viewRecord(image::Database &database, const image::St
 }
 
 image::Result<RecordBlock> viewHeader(image::Database &database, int32_t medium) {
-    return viewFields(database, medium, {0, sizeof(tavDBMMediumHeader)}, "header", kHeaderFields);
+    return viewFields(database, medium, {0, sizeof(tavDBMMediumHeader)}, image::RecordKind::header);
 }
 
 image::Result<RecordBlock> viewFreeBlock(image::Database &database, int32_t medium, const image::ByteRange &block) {
     // What follows the head is whatever was there before.
-    auto view = viewFields(database, medium, {block.offset, sizeof(tavDBMFreeBlock)}, "free block", kFreeFields);
+    auto view = viewFields(database, medium, {block.offset, sizeof(tavDBMFreeBlock)}, image::RecordKind::freeBlock);
     if (view)
         view.value->range = block;
     return view;

@@ -7,6 +7,7 @@
 
 #include "command.h"
 #include "image/files.h"
+#include "image/free_list.h"
 #include "image/records.h"
 #include "image/schema_edit.h"
 #include "image/tables.h"
@@ -157,7 +158,7 @@ private:
                 problem = image::faultIn(at.path, records.error);
             const bool isOwn = target.paths.contains(at.component.key);
             for (const auto &record : records.value.value_or(std::vector<image::StoredRecord>{}))
-                if (isOwn && isAllocated(record.kind) && record.isSound)
+                if (isOwn && layoutOf(record.kind).isAllocated && record.isSound)
                     own.emplace(keyOf(record), record);
                 else if (!isOwn)
                     used.insert(keyOf(record));

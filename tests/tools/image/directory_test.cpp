@@ -73,13 +73,43 @@ TEST_F(DirectoryTest, MediaFileWithTooFewLines) {
 }
 
 TEST_F(DirectoryTest, OtherByteOrder) {
-    patch(place / "db/string.med", 0, word(0x44564154));
-    const auto opened = openDirectory(place / "db");
-    ASSERT_FALSE(opened);
-    EXPECT_EQ(opened.error.kind, FaultKind::mismatch);
-    EXPECT_THAT(opened.error.sentence,
-                testing::AnyOf("string.med: was made for a big-endian machine, this one is little-endian",
-                               "string.med: was made for a little-endian machine, this one is big-endian"));
+    const std::string here = nameOf(nativeOrder());
+    const std::string there = nameOf(opposite(nativeOrder()));
+    buildText("a: {type: u8}\n", place / "other", {.order = opposite(nativeOrder())});
+    expectFault(FaultKind::mismatch,
+                "its numbers are stored " + there + " and this machine is " + here +
+                    "; 'tavdb convert' makes a copy for this machine",
+                "other");
+    const auto opened = openDirectory(place / "other", DirectoryUse::readFiles);
+    ASSERT_TRUE(opened) << opened.error.sentence;
+    EXPECT_EQ(opened.value->order, opposite(nativeOrder()));
+    EXPECT_EQ(openDirectory(place / "db", DirectoryUse::readFiles).value->order, nativeOrder());
+}
+
+TEST_F(DirectoryTest, DamageOfTheOtherByteOrder) {
+    const auto damage = [&](size_t offset, const std::string &bytes) {
+        buildText("a: {type: u8}\n", place / "other", {.order = opposite(nativeOrder()), .replace = true});
+        patch(place / "other/component.med", offset, bytes);
+        return openDirectory(place / "other", DirectoryUse::readFiles).error.sentence;
+    };
+    EXPECT_EQ(damage(8, word(0)), "component.med: the header is damaged: there is no root at 0");
+    EXPECT_EQ(damage(12, word(0xFFFFFF7F)),
+              "component.med: the header is damaged: the first free block lies outside at 2147483647");
+    EXPECT_EQ(damage(4, word(0x01000200)), "component.med: is of format 2, this program knows format 1");
+}
+
+TEST_F(DirectoryTest, HeaderThatCouldBeEitherOrderIsDamaged) {
+    for (const auto &medium : kMediumNames)
+        patch((place / "db/") + std::string(medium.file), 0, std::string(16, '\0'));
+    expectFault(FaultKind::damaged, "component.med: the header is damaged: it does not begin with TAVD");
+}
+
+TEST_F(DirectoryTest, ImagesOfBothOrdersAreDamage) {
+    buildText("a: {type: u8}\n", place / "other", {.order = opposite(nativeOrder())});
+    std::filesystem::rename(place / "other/string.med", place / "db/string.med");
+    expectFault(FaultKind::damaged, std::string("string.med: the header is damaged: its numbers are stored ") +
+                                        nameOf(opposite(nativeOrder())) + ", those of component.med " +
+                                        nameOf(nativeOrder()));
 }
 
 TEST_F(DirectoryTest, OtherFormat) {
