@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "image/build_folder.h"
+#include "image/fault.h"
 #include "image/record_map.h"
 
 namespace tavdb::image {

@@ -59,12 +59,12 @@ Result<std::string> readFile(const std::string &path, size_t limitBytes) {
     }
 }
 
-Result<std::string> readPart(int fd, size_t sizeBytes, off_t offset) {
+Result<std::string> readPart(int fd, size_t sizeBytes, uint64_t offset) {
     std::string content(sizeBytes, '\0');
     size_t done = 0;
     while (done < sizeBytes) {
         const auto count = retried(
-            [&] { return pread(fd, content.data() + done, sizeBytes - done, offset + static_cast<off_t>(done)); });
+            [&] { return pread(fd, content.data() + done, sizeBytes - done, static_cast<off_t>(offset + done)); });
         if (count < 0)
             return Result<std::string>::bad(faultOfError(errno, "cannot be read"));
         if (count == 0)

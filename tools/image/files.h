@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -40,7 +41,7 @@ Descriptor openFile(const std::string &path, int flags, mode_t mode = 0);
 Result<std::string> readFile(const std::string &path, size_t limitBytes);
 
 /// At most `sizeBytes` bytes from `offset`; fewer where the file ends.
-Result<std::string> readPart(int fd, size_t sizeBytes, off_t offset);
+Result<std::string> readPart(int fd, size_t sizeBytes, uint64_t offset);
 
 /// Everything, or a fault.
 Status writeAll(int fd, std::string_view content);

@@ -33,7 +33,7 @@ public:
     }
     std::string contentFrom(off_t begin) const {
         const auto bytes = static_cast<size_t>(std::max<off_t>(size() - begin, 0));
-        return image::readPart(file.get(), bytes, begin).value.value_or("");
+        return image::readPart(file.get(), bytes, static_cast<uint64_t>(begin)).value.value_or("");
     }
 
 private:
