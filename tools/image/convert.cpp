@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "image/build_folder.h"
 #include "image/files.h"
 #include "image/media_image.h"
 #include "image/tables.h"
@@ -225,6 +226,17 @@ Status DatabaseCopy::writeFiles(const std::string &folder, const std::function<b
             return Fault{FaultKind::failed, "interrupted", 0, 0};
     }
     return std::nullopt;
+}
+
+Counts DatabaseCopy::counts() const {
+    Counts counts;
+    for (const auto &record : map.records) {
+        counts.nodes += record.kind == RecordKind::node ? 1 : 0;
+        counts.leaves += record.kind == RecordKind::leaf ? 1 : 0;
+    }
+    // The root is not counted, whatever it is.
+    (counts.nodes != 0 ? counts.nodes : counts.leaves)--;
+    return counts;
 }
 
 uint64_t DatabaseCopy::imageBytes() const {

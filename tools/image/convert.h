@@ -4,12 +4,16 @@
 // else stays. The library has no part in it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "image/fault.h"
+#include "image/model.h"
+#include "image/record_map.h"
 #include "image/record_map.h"
 
 namespace tavdb::image {
@@ -36,9 +40,7 @@ public:
     ByteOrder order() const {
         return images.order();
     }
-    size_t recordCount() const {
-        return map.records.size();
-    }
+    Counts counts() const;
     uint64_t imageBytes() const;
     /// Files that are no part of a database and that the copy is without.
     const std::vector<std::string> &leftOut() const {

@@ -37,9 +37,10 @@ void convert(const ConvertArguments &arguments, Console &console) {
         console.remark(arguments.source, remark);
     for (const auto &name : copy.value->leftOut())
         console.remark(arguments.source, image::quote(name) + " is no part of a database and was not copied");
+    const auto counts = copy.value->counts();
     console.remark(arguments.directory, std::string(before == arguments.order ? "copied " : "converted ") +
-                                            std::to_string(copy.value->recordCount()) + " records, " +
-                                            std::to_string(copy.value->imageBytes()) + " bytes, " +
+                                            std::to_string(counts.nodes) + " nodes, " + std::to_string(counts.leaves) +
+                                            " leaves, " + std::to_string(copy.value->imageBytes()) + " bytes, " +
                                             image::nameOf(arguments.order));
 }
 

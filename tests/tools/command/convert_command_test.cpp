@@ -54,13 +54,14 @@ TEST_F(ConvertCommand, ThereAndBackIsTheSame) {
     EXPECT_EQ(there.exitCode, 0);
     EXPECT_EQ(there.out, "");
     EXPECT_THAT(there.err,
-                MatchesRegex("tavdb: there: converted [0-9]+ records, [0-9]+ bytes, " + kThere + "-endian\n"));
+                MatchesRegex("tavdb: there: converted 2 nodes, 7 leaves, [0-9]+ bytes, " + kThere + "-endian\n"));
     const auto back = tavdb({"convert", "there", "-o", "back"});
-    EXPECT_THAT(back.err, MatchesRegex("tavdb: back: converted [0-9]+ records, [0-9]+ bytes, " + kHere + "-endian\n"));
+    EXPECT_THAT(back.err,
+                MatchesRegex("tavdb: back: converted 2 nodes, 7 leaves, [0-9]+ bytes, " + kHere + "-endian\n"));
     EXPECT_EQ(imagesIn("back"), imagesIn("db"));
     EXPECT_EQ(tavdb({"tree", "-d", "back", "--secrets"}), tavdb({"tree", "--secrets"}));
     EXPECT_THAT(tavdb({"convert", "db", "-o", "copy", "--byte-order", "native"}).err,
-                MatchesRegex("tavdb: copy: copied [0-9]+ records, [0-9]+ bytes, " + kHere + "-endian\n"));
+                MatchesRegex("tavdb: copy: copied 2 nodes, 7 leaves, [0-9]+ bytes, " + kHere + "-endian\n"));
 }
 
 TEST_F(ConvertCommand, ConvertedDatabaseCanBeUsedAndChanged) {
