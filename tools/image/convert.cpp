@@ -183,7 +183,7 @@ Status DatabaseCopy::readFiles(const std::string &folder) {
         if (!isImage && !isText)
             continue;
         const auto fileRights = rightsOf(path);
-        auto content = isText ? readFile(path, kMediumBytesMax) : Result<std::string>::good({});
+        auto content = isText ? readRegularFile(path, kMediumBytesMax) : Result<std::string>::good({});
         if (!fileRights || !content)
             return faultIn(name, fileRights ? content.error : fileRights.error);
         files.push_back({name, std::move(*content.value), isImage ? medium->id : 0, *fileRights.value | 0600});

@@ -72,7 +72,7 @@ Result<std::vector<MediaLine>> readMediaFile(const std::string &folder) {
     if (stat(folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
         return Lines::bad({FaultKind::notFound, "is not a database directory: it is a file", 0, 0});
     const auto path = joinPath(folder, kMediaFile);
-    const auto content = readFile(path, kMediaFileBytesMax);
+    const auto content = readRegularFile(path, kMediaFileBytesMax);
     if (!content && content.error.kind == FaultKind::notFound)
         return Lines::bad(missingMediaFile(folder));
     if (!content)

@@ -2,6 +2,7 @@
 #include "image/files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +26,22 @@ auto retried(Call call) {
 
 constexpr size_t kChunkBytes = 65536;
 
+Result<std::string> readOpened(int fd, size_t limitBytes) {
+    std::string content;
+    std::array<char, kChunkBytes> buffer;
+    for (;;) {
+        const auto count = retried([&] { return read(fd, buffer.data(), buffer.size()); });
+        if (count < 0)
+            return Result<std::string>::bad(faultOfError(errno, "cannot be read"));
+        if (count == 0)
+            return Result<std::string>::good(std::move(content));
+        content.append(buffer.data(), static_cast<size_t>(count));
+        if (content.size() > limitBytes)
+            return Result<std::string>::bad(
+                {FaultKind::usage, "is longer than " + std::to_string(limitBytes) + " bytes", 0, 0});
+    }
+}
+
 }  // namespace
 
 Descriptor::~Descriptor() {
@@ -40,23 +57,25 @@ Descriptor openFile(const std::string &path, int flags, mode_t mode) {
     return Descriptor(retried([&] { return open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
+Status checkRegular(int fd) {
+    struct stat status = {};
+    if (fstat(fd, &status) != 0)
+        return faultOfError(errno, "cannot be opened");
+    return S_ISREG(status.st_mode) ? Status{} : Fault{FaultKind::damaged, "is no regular file", 0, 0};
+}
+
 Result<std::string> readFile(const std::string &path, size_t limitBytes) {
     const auto file = openFile(path, O_RDONLY);
+    return file.isOpen() ? readOpened(file.get(), limitBytes)
+                         : Result<std::string>::bad(faultOfError(errno, "cannot be opened"));
+}
+
+Result<std::string> readRegularFile(const std::string &path, size_t limitBytes) {
+    const auto file = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file.isOpen())
         return Result<std::string>::bad(faultOfError(errno, "cannot be opened"));
-    std::string content;
-    std::array<char, kChunkBytes> buffer;
-    for (;;) {
-        const auto count = retried([&] { return read(file.get(), buffer.data(), buffer.size()); });
-        if (count < 0)
-            return Result<std::string>::bad(faultOfError(errno, "cannot be read"));
-        if (count == 0)
-            return Result<std::string>::good(std::move(content));
-        content.append(buffer.data(), static_cast<size_t>(count));
-        if (content.size() > limitBytes)
-            return Result<std::string>::bad(
-                {FaultKind::usage, "is longer than " + std::to_string(limitBytes) + " bytes", 0, 0});
-    }
+    auto fault = checkRegular(file.get());
+    return fault ? Result<std::string>::bad(std::move(*fault)) : readOpened(file.get(), limitBytes);
 }
 
 Result<std::string> readPart(int fd, size_t sizeBytes, uint64_t offset) {

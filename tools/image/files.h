@@ -40,6 +40,12 @@ Descriptor openFile(const std::string &path, int flags, mode_t mode = 0);
 /// The bytes of a file of at most `limitBytes`.
 Result<std::string> readFile(const std::string &path, size_t limitBytes);
 
+/// A fault unless a regular file is open: a pipe would be waited for.
+Status checkRegular(int fd);
+
+/// As readFile(), for files of a database, which are never anything but regular.
+Result<std::string> readRegularFile(const std::string &path, size_t limitBytes);
+
 /// At most `sizeBytes` bytes from `offset`; fewer where the file ends.
 Result<std::string> readPart(int fd, size_t sizeBytes, uint64_t offset);
 

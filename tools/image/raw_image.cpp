@@ -9,7 +9,7 @@ namespace tavdb::image {
 Result<RawImages> RawImages::load(const std::string &folder, ByteOrder stored) {
     Contents contents;
     for (const auto &medium : kMediumNames) {
-        auto content = readFile(joinPath(folder, medium.file), kMediumBytesMax);
+        auto content = readRegularFile(joinPath(folder, medium.file), kMediumBytesMax);
         if (!content)
             return Result<RawImages>::bad(faultIn(std::string(medium.file), std::move(content.error)));
         contents[static_cast<size_t>(medium.id)] = std::move(*content.value);

@@ -49,12 +49,14 @@ Fault damaged(std::string sentence) {
 
 Result<SchemaFile> SchemaFile::open(const std::string &path) {
     SchemaFile file;
-    const auto descriptor = openFile(path, O_RDONLY);
+    const auto descriptor = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!descriptor.isOpen() && errno == ENOENT)
         return {std::move(file), {}};
     struct stat status = {};
     if (!descriptor.isOpen() || fstat(descriptor.get(), &status) != 0)
         return Result<SchemaFile>::bad(faultOfError(errno, "cannot be opened"));
+    if (auto fault = checkRegular(descriptor.get()))
+        return Result<SchemaFile>::bad(std::move(*fault));
     file.there = true;
     const auto size = static_cast<size_t>(status.st_size);
     if (size == 0)

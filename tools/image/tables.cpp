@@ -18,7 +18,7 @@ namespace {
 template <typename Table>
 Result<std::unique_ptr<Table>> readTable(const std::string &path) {
     using Read = Result<std::unique_ptr<Table>>;
-    const auto content = readFile(path, sizeof(Table));
+    const auto content = readRegularFile(path, sizeof(Table));
     if (!content && content.error.kind == FaultKind::notFound)
         return Read::good(nullptr);
     if (!content)

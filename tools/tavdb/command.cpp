@@ -51,10 +51,15 @@ image::Result<image::StoredLeaf> openLeaf(OpenedDatabase &opened, const image::S
 }
 
 void addByteOrder(CLI::App &command, image::ByteOrder &order) {
-    const std::map<std::string, image::ByteOrder> orders = {
-        {"big", image::ByteOrder::big}, {"little", image::ByteOrder::little}, {"native", image::nativeOrder()}};
-    command.add_option("--byte-order", order, "how numbers are stored: big or little end first, or native, as here")
-        ->transform(CLI::CheckedTransformer(orders))
+    const auto take = [&order](const std::string &name) {
+        order = name == "big"      ? image::ByteOrder::big
+                : name == "little" ? image::ByteOrder::little
+                                   : image::nativeOrder();
+    };
+    command
+        .add_option_function<std::string>("--byte-order", take,
+                                          "how numbers are stored: big or little end first, or as on this machine")
+        ->check(CLI::IsMember({"big", "little", "native"}))
         ->type_name("ORDER");
 }
 

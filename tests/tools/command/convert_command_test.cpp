@@ -2,6 +2,7 @@
 // Databases of the other byte order as people meet them: made by build and convert,
 // and refused by every other command.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <bit>
 #include <set>
@@ -165,6 +166,22 @@ TEST_F(ConvertCommand, FilesOfOthersAreRemarked) {
                 testing::StartsWith("tavdb: db: 'letter' is no part of a database and was not copied\n"));
 }
 
+TEST_F(ConvertCommand, PipeInPlaceOfAFileIsNotWaitedFor) {
+    for (const auto *name : {"media.conf", "schema.json"}) {
+        build(kDevice, {"--replace"});
+        std::filesystem::remove((place / "db/") + name);
+        ASSERT_EQ(mkfifo(((place / "db/") + name).c_str(), 0600), 0);
+        const auto expected = fails(8, "tavdb: db: " + std::string(name) + ": is no regular file\n");
+        EXPECT_EQ(tavdb({"convert", "db", "-o", "x"}), expected);
+        EXPECT_EQ(tavdb({"tree"}), expected);
+        std::filesystem::remove_all(place / "db");
+    }
+    build(kDevice);
+    std::filesystem::remove(place / "db/data.med");
+    ASSERT_EQ(mkfifo((place / "db/data.med").c_str(), 0600), 0);
+    EXPECT_EQ(tavdb({"convert", "db", "-o", "x"}), fails(7, "tavdb: db: data.med: cannot be read: Illegal seek\n"));
+}
+
 TEST_F(ConvertCommand, FullDiskLeavesNothing) {
     build(kDevice);
     Surroundings starved;
@@ -180,6 +197,7 @@ TEST_F(ConvertCommand, MistakesInTheCallAreUsageErrors) {
                                                          {"convert", "db"},
                                                          {"convert", "-o", "x"},
                                                          {"convert", "db", "-o", "x", "--byte-order", "middle"},
+                                                         {"convert", "db", "-o", "x", "--byte-order", "1"},
                                                          {"convert", "db", "-o", "x", "--byte-order"},
                                                          {"convert", "db", "db", "-o", "x"},
                                                          {"build", "d.yaml", "-o", "x", "--byte-order", "pdp"}};
