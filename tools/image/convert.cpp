@@ -80,9 +80,17 @@ void noteUnknownData(const RecordMap &map, std::vector<std::string> &remarks) {
                           " of a length that its type does not divide: the bytes left over are copied as they are");
 }
 
-Status checkUnused(const DatabaseDirectory &directory) {
-    // The tables are in the order of the machine that made them.
+/// The tables are in the order of the machine that made them, and those of a copied
+/// directory name processes of elsewhere.
+bool isAttachedHere(const DatabaseDirectory &directory) {
     if (directory.order != nativeOrder())
+        return false;
+    const auto registration = findRegistration(dbs_me_db_control_get_file_name(), directory.description);
+    return !registration || registration.value->has_value();
+}
+
+Status checkUnused(const DatabaseDirectory &directory) {
+    if (!isAttachedHere(directory))
         return std::nullopt;
     const auto sessions = readSessions(directory.description.sessionPath);
     if (!sessions)

@@ -281,6 +281,13 @@ TEST_F(Convert, SessionThatADeadProcessLeftKeepsNobodyOut) {
     convert("db", "other", kOther);
 }
 
+TEST_F(Convert, TablesOfACopiedDirectoryKeepNobodyOut) {
+    buildText("a: {type: u8}\n", place / "db");
+    Attached database(place / "db");
+    std::filesystem::copy(place / "db", place / "copied");
+    convert("copied", "other", kOther);
+}
+
 TEST_F(Convert, ImagesElsewhereAreRefused) {
     buildText("a: {type: u8}\n", place / "db");
     const auto media = bytesOf(place / "db/media.conf");
