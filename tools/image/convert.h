@@ -8,12 +8,10 @@
 
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "image/fault.h"
 #include "image/model.h"
-#include "image/record_map.h"
 #include "image/record_map.h"
 
 namespace tavdb::image {
