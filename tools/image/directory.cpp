@@ -115,7 +115,7 @@ Status checkHeader(const ImageStart &image) {
     const auto &header = image.header;
     if (auto fault = checkRole(header, image.medium->id))
         return fault;
-    const bool isInside = header.root >= sizeof header && header.root + sizeof(tavDBMNode) <= image.sizeBytes;
+    const bool isInside = header.root >= sizeof header && uint64_t{header.root} + sizeof(tavDBMNode) <= image.sizeBytes;
     if (image.medium->id == kComponentMedium && !isInside)
         return damagedHeader("there is no root at " + std::to_string(header.root));
     if (image.medium->holdsRecords && header.firstFree != 0 && header.firstFree >= image.sizeBytes)
