@@ -138,17 +138,30 @@ Status writeTexts(const Model &model, const std::string &folder, const BuildOpti
     return std::nullopt;
 }
 
+/// How the images are used while the database is filled: no server has them yet.
+MediaKind kindToFill(MediaKind kind) {
+    return kind == MediaKind::message ? MediaKind::memory : kind;
+}
+
+Status writeMediaFile(const std::string &folder, MediaKind kind) {
+    unlink(joinPath(folder, kMediaFile).c_str());
+    auto fault = writeNewFile(joinPath(folder, kMediaFile), formatMediaFile(kind));
+    return fault ? faultIn(std::string(kMediaFile), std::move(*fault)) : Status{};
+}
+
 Status buildInside(const Model &model, const std::string &folder, const BuildOptions &options, ComponentKeys &keys) {
     const auto sizes = imageBytes(contentBytes(model), options.slackPercent);
     if (!sizes)
         return sizes.error;
     if (auto fault = writeEmptyImages(folder, *sizes.value))
         return fault;
-    if (auto fault = writeNewFile(joinPath(folder, kMediaFile), formatMediaFile(options.media)))
-        return faultIn(std::string(kMediaFile), std::move(*fault));
+    if (auto fault = writeMediaFile(folder, kindToFill(options.media)))
+        return fault;
     if (auto fault = fillDatabase(model, folder, options, keys))
         return fault;
     if (auto fault = finishImages(folder, options.order))
+        return fault;
+    if (auto fault = writeMediaFile(folder, options.media))
         return fault;
     return writeTexts(model, folder, options);
 }

@@ -267,7 +267,8 @@ bool isDatabaseFile(std::string_view name) {
         return true;
     if (name.ends_with(kSemaphoreSuffix))
         name.remove_suffix(kSemaphoreSuffix.size());
-    else if (std::any_of(kMediumNames.begin(), kMediumNames.end(), [&](const auto &each) { return each.file == name; }))
+    else if (std::any_of(kMediumNames.begin(), kMediumNames.end(),
+                         [&](const auto &each) { return each.file == name || socketName(each) == name; }))
         return true;
     return name == kSessionTable || name == kLockTable;
 }

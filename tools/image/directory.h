@@ -52,6 +52,11 @@ inline constexpr std::array kMediumNames = {
     MediumName{kTextMedium, "text", "text.med", false},
 };
 
+/// The socket at which a media server offers a medium.
+inline std::string socketName(const MediumName &medium) {
+    return std::string(medium.kind) + ".sock";
+}
+
 /// "TAVD" as a word of the machine.
 inline constexpr uint32_t kMagic = 0x54415644;
 inline constexpr uint32_t kFormatVersion = 1;

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "image/fault.h"
 
@@ -19,7 +20,10 @@ class Descriptor {
 public:
     explicit Descriptor(int opened = -1) : fd(opened) {}
     Descriptor(Descriptor &&other) noexcept : fd(other.release()) {}
-    Descriptor &operator=(Descriptor &&) = delete;
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        std::swap(fd, other.fd);
+        return *this;
+    }
     ~Descriptor();
 
     bool isOpen() const {

@@ -112,13 +112,20 @@ Status writeEmptyImages(const std::string &folder, const MediumBytes &sizes) {
 }
 
 std::string formatMediaFile(MediaKind kind) {
-    const std::string functions =
-        kind == MediaKind::memory
-            ? "tavdbMemOpen tavdbMemClose tavdbMemRead tavdbMemWrite tavdbMemSeek tavdbMemSync1 "
-            : "tavdbFileOpenHD tavdbFileClose tavdbFileRead tavdbFileWrite tavdbFileSeek tavdbFileSync3 ";
+    struct Row {
+        std::string_view functions;
+        bool namesSockets;
+    };
+    static constexpr std::array kRows = {
+        Row{"tavdbMemOpen tavdbMemClose tavdbMemRead tavdbMemWrite tavdbMemSeek tavdbMemSync1", false},
+        Row{"tavdbFileOpenHD tavdbFileClose tavdbFileRead tavdbFileWrite tavdbFileSeek tavdbFileSync3", false},
+        Row{"tavdbMsgOpen tavdbMsgClose tavdbMsgRead tavdbMsgWrite tavdbMsgSeek tavdbMsgSync", true},
+    };
+    const auto &row = kRows[static_cast<size_t>(kind)];
     std::string text;
     for (const auto &medium : kMediumNames)
-        text += "libtavdbfile.so " + functions + std::string(medium.file) + "\n";
+        text += "libtavdbfile.so " + std::string(row.functions) + " " +
+                (row.namesSockets ? socketName(medium) : std::string(medium.file)) + "\n";
     return text;
 }
 

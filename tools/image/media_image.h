@@ -31,7 +31,7 @@ Result<MediumBytes> imageBytes(const MediumBytes &content, uint32_t slackPercent
 /// Makes the six images in a folder, with their space allocated.
 Status writeEmptyImages(const std::string &folder, const MediumBytes &sizes);
 
-enum class MediaKind { memory, file };
+enum class MediaKind { memory, file, message };
 
 /// The media configuration of a database directory.
 std::string formatMediaFile(MediaKind kind);

@@ -85,9 +85,11 @@ void addBuild(CLI::App &app, Action &action) {
     building.interrupted = isEnding;
     command->add_option("FILE", arguments->file, "the description, YAML or XML")->required();
     command->add_option("-o,--output", arguments->directory, "the directory to make")->required()->type_name("DIR");
-    const std::map<std::string, image::MediaKind> kinds = {{"memory", image::MediaKind::memory},
-                                                           {"file", image::MediaKind::file}};
-    command->add_option("--media", building.media, "how the images are used: memory (mapped) or file")
+    const std::map<std::string, image::MediaKind> kinds = {
+        {"memory", image::MediaKind::memory}, {"file", image::MediaKind::file}, {"message", image::MediaKind::message}};
+    command
+        ->add_option("--media", building.media,
+                     "how the images are used: memory (mapped), file, or message (of serve-media)")
         ->transform(CLI::CheckedTransformer(kinds))
         ->type_name("KIND");
     addByteOrder(*command, building.order);

@@ -44,6 +44,7 @@ void addLock(CLI::App &app, Action &action);
 void addUnlock(CLI::App &app, Action &action);
 void addLocks(CLI::App &app, Action &action);
 void addSessions(CLI::App &app, Action &action);
+void addServeMedia(CLI::App &app, Action &action);
 void addDump(CLI::App &app, Action &action);
 void addDebug(CLI::App &app, Action &action);
 

@@ -86,9 +86,9 @@ private:
         addCommonOptions(app);
         app.set_version_flag("--version", "tavdb " TAVDB_VERSION);
         app.require_subcommand(0, 1);
-        for (const auto add :
-             {addBuild, addConvert, addGet,    addSet,  addList,   addTree,  addDescribe, addInfo, addFind,  addReset,
-              addSave,  addMove,    addRemove, addLock, addUnlock, addLocks, addSessions, addDump, addDebug, addHelp})
+        for (const auto add : {addBuild,  addConvert, addGet,      addSet,        addList, addTree,   addDescribe,
+                               addInfo,   addFind,    addReset,    addSave,       addMove, addRemove, addLock,
+                               addUnlock, addLocks,   addSessions, addServeMedia, addDump, addDebug,  addHelp})
             add(app, action);
         // A command that takes whatever follows would hand its own arguments on.
         for (auto *command : app.get_subcommands({}))

@@ -3,6 +3,7 @@
 // dump, in the shape that all modules share.
 #include "mediafile/media_path.h"
 #include "mediafile/memory_media.h"
+#include "mediafile/message_media.h"
 #include "tavdb_platform.h"
 
 namespace tavdb {
@@ -20,11 +21,12 @@ int32_t dbs_me_db_media_file_init(const char *path, uint32_t) {
         return tavdb::kSystemError | error;
     // The images of an earlier configuration may have been built anew since.
     tavdb::dropMemoryMedia();
+    tavdb::dropMessageMedia();
     return 0;
 }
 
 int32_t dbs_me_db_media_file_debug_info(int32_t level, uint32_t *, uint32_t *ramSize) {
-    const uint32_t size = tavdb::memoryMediaSize();
+    const uint32_t size = tavdb::memoryMediaSize() + tavdb::messageMediaSize();
     dbs_me_debug_trace(level, "====(db_media_file)\n");
     if (level == tavdb::kLevelWithSizes) {
         dbs_me_debug_trace(level, "[0x%8x]:debug_size\n", 0U);

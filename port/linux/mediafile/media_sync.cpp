@@ -32,7 +32,7 @@ int32_t sync(int32_t fd, uint32_t *err) {
     else if constexpr (kind == MediaKind::file)
         return retried([=] { return fsync(fd); }) == 0 ? 0 : failWith(err, errno);
     else
-        return messageNotSupported(err);
+        return syncMessageMedium(fd, err);
 }
 
 }  // namespace

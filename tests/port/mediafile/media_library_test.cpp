@@ -67,18 +67,4 @@ TEST_F(MediaLibrary, InitDropsAllMappings) {
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 
-TEST_F(MediaLibrary, MessageMediaAreNotSupported) {
-    writeFile("a.med", "0123456789");
-    std::string bytes;
-    uint32_t err = 0;
-    EXPECT_EQ(openMedium(messageMedium, "a.med"), failure(ENOTSUP));
-    EXPECT_EQ(closeMedium(messageMedium, 0), failure(ENOTSUP));
-    EXPECT_EQ(readMedium(messageMedium, 0, 4, 0, &bytes), failure(ENOTSUP));
-    EXPECT_EQ(writeMedium(messageMedium, 0, "x", 0), failure(ENOTSUP));
-    EXPECT_EQ(seekMedium(messageMedium, 0, 0, SEEK_END), failure(ENOTSUP));
-    EXPECT_EQ(tavdbMsgSync(0, &err, 0), -1);
-    EXPECT_EQ(err, static_cast<uint32_t>(ENOTSUP));
-    EXPECT_EQ(tavdbMsgOpen(nullptr, 0, nullptr), -1);
-}
-
 }  // namespace
