@@ -152,12 +152,18 @@ Result<ImageStart> readStart(const std::string &path, const MediumName &medium) 
                  : Start::bad(bytes.error);
 }
 
+/// Where an image is looked at: a server has it as a file whatever its clients are told.
+std::optional<std::string> imageToCheck(const DatabaseDirectory &directory, const MediumName &medium,
+                                        DirectoryUse use) {
+    return use == DirectoryUse::serve ? joinPath(directory.path, medium.file) : directory.imagePath(medium.id);
+}
+
 /// Of the images that are files of this machine; sound headers each.
-Result<std::vector<ImageStart>> readStarts(const DatabaseDirectory &directory) {
+Result<std::vector<ImageStart>> readStarts(const DatabaseDirectory &directory, DirectoryUse use) {
     using Starts = Result<std::vector<ImageStart>>;
     std::vector<ImageStart> starts;
     for (const auto &medium : kMediumNames) {
-        const auto path = directory.imagePath(medium.id);
+        const auto path = imageToCheck(directory, medium, use);
         if (!path)
             continue;
         const auto start = readStart(*path, medium);
@@ -177,7 +183,7 @@ Status checkOrder(DatabaseDirectory &directory, const std::vector<ImageStart> &s
                            damagedHeader(std::string("its numbers are stored ") + nameOf(start.order) + ", those of " +
                                          directory.hintOf(starts[0].medium->id) + " " + nameOf(starts[0].order)));
     directory.order = starts.empty() ? nativeOrder() : starts[0].order;
-    if (use == DirectoryUse::attach && directory.order != nativeOrder())
+    if (use != DirectoryUse::readFiles && directory.order != nativeOrder())
         return Fault{FaultKind::mismatch,
                      std::string("its numbers are stored ") + nameOf(directory.order) + " and this machine is " +
                          nameOf(nativeOrder()) + "; 'tavdb convert' makes a copy for this machine",
@@ -186,7 +192,7 @@ Status checkOrder(DatabaseDirectory &directory, const std::vector<ImageStart> &s
 }
 
 Status checkImages(DatabaseDirectory &directory, DirectoryUse use) {
-    const auto starts = readStarts(directory);
+    const auto starts = readStarts(directory, use);
     if (!starts)
         return starts.error;
     return checkOrder(directory, *starts.value, use);

@@ -92,8 +92,9 @@ struct DatabaseDirectory {
 };
 
 /// What a directory is opened for. To attach, its numbers must be in the order of
-/// this machine and its tables writable; to read its files, neither.
-enum class DirectoryUse { attach, readFiles };
+/// this machine and its tables writable; to serve its images, the former; to read its
+/// files, neither.
+enum class DirectoryUse { attach, serve, readFiles };
 
 /// Checks that a directory holds a database that this program can use, as far as
 /// its files show it: all there, permitted, sound headers, a known format.

@@ -61,7 +61,7 @@ void serve(const ServeOptions &options, Console &console) {
     auto peers = findPeers(options, console);
     if (!peers)
         return;
-    const auto directory = image::openDirectory(options.directory, image::DirectoryUse::readFiles);
+    const auto directory = image::openDirectory(options.directory, image::DirectoryUse::serve);
     if (!directory)
         return console.report(options.directory, directory.error);
     MediaServer server(std::move(*peers), options.readOnly);

@@ -104,6 +104,7 @@ TEST_F(ConvertCommand, EveryOtherCommandRefusesTheOtherOrder) {
                                                          {"unlock", "/level"},
                                                          {"locks"},
                                                          {"sessions"},
+                                                         {"serve-media", "db"},
                                                          {"dump"},
                                                          {"debug"}};
     const auto before = filesIn(place / "db");

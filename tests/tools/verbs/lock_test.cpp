@@ -99,11 +99,14 @@ TEST_F(Lock, ProgramMayRefuseASignal) {
 
 TEST_F(Lock, ProgramStartsWithOrdinarySignals) {
     const auto status = locked("/level", "grep -E 'SigBlk|SigIgn' /proc/self/status").out;
-    // Two signals above 31 belong to the C library.
-    EXPECT_THAT(status, MatchesRegex("SigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n"));
+    // Two signals above 31 belong to the C library, and two to the emulator where there is one.
+    EXPECT_THAT(status, MatchesRegex("SigBlk:\t0{16}\nSigIgn:\t0{7}[016][08]0{7}\n"));
 }
 
 TEST_F(Lock, ProgramsThatCannotBeRun) {
+#ifdef TAVDB_TEST_EMULATED
+    GTEST_SKIP() << "the emulator does not report that a program could not be started";
+#endif
     EXPECT_EQ(tavdb({"lock", "/level", "--", "no-such-program"}),
               fails(3, "tavdb: no-such-program: cannot be run: No such file or directory\n"));
     EXPECT_EQ(tavdb({"lock", "/level", "--", place.path()}).exitCode, 6);
