@@ -64,8 +64,8 @@ function(tavdb_install_tool_library target)
     LIBRARY tavdb-tool INCLUDE tavdb REQUIRES libtavdb yaml-cpp pugixml)
 endfunction()
 
-# Everything that is no target. The command's manual goes to docs/man, for example
-# docs/man/man1/tavdb.1, and its completions to completions/bash and completions/zsh.
+# Everything that is no target. The command's manual and completions stand in the build;
+# where their tools are missing, they are not there and are left out.
 function(tavdb_install_files)
   file(GLOB headers ${PROJECT_SOURCE_DIR}/include/*.h ${PROJECT_SOURCE_DIR}/include/*.hpp)
   install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
@@ -87,11 +87,15 @@ function(tavdb_install_files)
     PATTERN CMakeLists.txt EXCLUDE)
 
   if(TAVDB_BUILD_TOOLS)
-    install(FILES docs/COMMAND.md docs/DESCRIPTIONS.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tools)
-    install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT tools OPTIONAL)
-    install(DIRECTORY completions/bash/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    install(FILES docs/COMMAND.md docs/DESCRIPTIONS.md docs/HOOKS.md docs/MEDIA.md
+      DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tools)
+    install(DIRECTORY ${PROJECT_BINARY_DIR}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT tools OPTIONAL)
+    set(completions ${PROJECT_BINARY_DIR}/completions)
+    install(DIRECTORY ${completions}/bash/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
       COMPONENT tools OPTIONAL)
-    install(DIRECTORY completions/zsh/ DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
+    install(DIRECTORY ${completions}/fish/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
+      COMPONENT tools OPTIONAL)
+    install(DIRECTORY ${completions}/zsh/ DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
       COMPONENT tools OPTIONAL)
   endif()
 endfunction()

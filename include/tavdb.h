@@ -42,6 +42,7 @@
 extern "C" {
 #endif
 
+/** What a library exports, also one of hooks or media. */
 #define TAVDB_API __attribute__((visibility("default")))
 
 /** Value type codes. Any other code is kept as given; 1 and 12 are this project's own use. */
@@ -148,6 +149,8 @@ TAVDB_API int32_t tavDBMTermSession(tavDBMSession *session);
 
 /**
  * Reads a leaf's current value as bytes, through its read hooks.
+ * @param session   the caller's
+ * @param component the leaf
  * @param buffer receives at most *length bytes; the caller's
  * @param length in: bytes that fit into buffer; out: bytes read
  * @return 0; NOT_LEAF; PRE_READ, POST_READ a hook refused; MEDIUM_OPEN;
@@ -172,6 +175,8 @@ TAVDB_API int32_t tavDBMGetCreateListGeneric(tavDBMSession *session, uint32_t co
 
 /**
  * Writes a leaf's current value, through its write hooks and its constraint.
+ * @param session   the caller's
+ * @param component the leaf
  * @param data   a pre-write hook of the leaf may change these bytes in place:
  *               hand writable storage to a leaf that has such a hook
  * @param length bytes in data; more than the value's own length is cut off,
@@ -220,6 +225,8 @@ TAVDB_API int32_t tavDBMSetFloat64(tavDBMSession *session, uint32_t component, d
 /**
  * Reads a text. The stored NUL is read when it fits: a text as long as the
  * buffer comes without one.
+ * @param session, component as for tavDBMGetGeneric
+ * @param buffer       receives the text; the caller's
  * @param bufferLength bytes that fit into buffer
  * @return as tavDBMGetGeneric
  */
@@ -258,6 +265,7 @@ TAVDB_API uint32_t tavDBMSetCurrentComponent(tavDBMSession *session, uint32_t co
 /**
  * Finds a component by its path: names are matched as prefixes of the path
  * along the way, so a node's stored name carries its own "/".
+ * @param session the caller's; its current component is where a relative path starts
  * @param name from the root when it begins with "/", else from the current component
  * @return the key, or 0: NO_MATCH for an absolute path, NOT_BELOW for a
  *   relative one, NULL_ARGUMENT.
@@ -281,6 +289,7 @@ TAVDB_API uint32_t tavDBMGetNextChild(tavDBMSession *session, uint32_t component
 TAVDB_API uint32_t tavDBMGetChildCount(tavDBMSession *session, uint32_t component);
 
 /**
+ * @param session, component the caller's; the node
  * @param index 0 is the first child
  * @return the child's key, 0 behind the last one; 0 with NOT_NODE for a leaf.
  * Cost: two accesses and index more.
@@ -291,6 +300,7 @@ TAVDB_API uint32_t tavDBMGetChildByIndex(tavDBMSession *session, uint32_t compon
 
 /**
  * Creates a node.
+ * @param session  the caller's
  * @param name     string key, see tavDBMCreateString; not checked for uniqueness
  * @param parent   the node's parent; not checked
  * @param previous the sibling to stand behind, 0 to become the first child
@@ -304,6 +314,7 @@ TAVDB_API uint32_t tavDBMCreateNode(tavDBMSession *session, uint32_t name, uint3
 
 /**
  * Creates a leaf.
+ * @param session the caller's
  * @param name, parent, previous as for tavDBMCreateNode
  * @param currentValue, defaultValue, factoryValue value keys, see tavDBMCreateValue; may be 0
  * @param hookId 0, or the id of the leaf's hook
@@ -315,6 +326,7 @@ TAVDB_API uint32_t tavDBMCreateLeaf(tavDBMSession *session, uint32_t name, uint3
 
 /**
  * Creates a value without a constraint and appends its data to a medium.
+ * @param session      the caller's
  * @param type         enum tavDBMType, or a code of the caller's own
  * @param creationWord kept with the value, read by nothing
  * @param data         length bytes; null means zeros
@@ -327,6 +339,8 @@ TAVDB_API uint32_t tavDBMCreateValue(tavDBMSession *session, int32_t type, uint3
 
 /**
  * Stores a text, for example a component's name. Equal texts are stored twice.
+ * @param session the caller's
+ * @param text    stored with its NUL
  * @param mediaId medium that the text is appended to
  * @return the string key, or 0: STRING_OPEN, STRING_SLOT, MEDIUM_OPEN, MEDIUM_WRITE, NULL_ARGUMENT
  */
@@ -338,6 +352,8 @@ TAVDB_API uint32_t tavDBMCreateString(tavDBMSession *session, const char *text, 
  * old parent's chain then runs on into the new neighbours, and the siblings
  * that followed it drop out. Move a later child, or put another child in front
  * first.
+ * @param session, leaf the caller's; what to move
+ * @param parent   the new parent; not checked
  * @param previous new sibling to stand behind, 0 to become the first child
  * @return 0, or a code of the record accesses
  */
@@ -345,6 +361,8 @@ TAVDB_API int32_t tavDBMMoveLeaf(tavDBMSession *session, uint32_t leaf, uint32_t
 
 /**
  * Moves a node alone: its children take its place and keep naming it as parent.
+ * @param session, node the caller's; what to move
+ * @param parent, previous as for tavDBMMoveLeaf
  * @param child 0, or the component directly behind the insertion point, which
  *              becomes the node's only child
  * @return 0, or a code of the record accesses
@@ -417,6 +435,8 @@ TAVDB_API int32_t tavDBMSetConstraintKey(tavDBMSession *session, uint32_t value,
 /**
  * Reads the constraint of a leaf's current value: minimum, maximum and step
  * packed, or the elements of the enumeration, in the machine's byte order.
+ * @param session, component the caller's; the leaf
+ * @param buffer       receives the data; the caller's
  * @param bufferLength bytes that fit into buffer, see tavDBMGetConstraintLength
  * @return 0, BUFFER, CONSTRAINT_TYPE or a code of the record accesses. Also 0,
  *   with the code in the session only, when there is no such constraint:
@@ -442,6 +462,7 @@ TAVDB_API int32_t tavDBMGetConstraintType(tavDBMSession *session, uint32_t compo
 /**
  * Locks a component for this session, across all processes. Locks are not
  * re-entrant and are not released when a session or process ends.
+ * @param session, component the caller's; what to lock
  * @param mode TAVDB_LOCK_WAIT or TAVDB_LOCK_TRY, or-ed with TAVDB_LOCK_SHARED for a shared lock
  * @return 0; LOCKED with TAVDB_LOCK_TRY; LOCK_MODE; LOCK_FULL; an OS wrapper code.
  * Cost: linear in the locks held on the machine.
@@ -453,6 +474,8 @@ TAVDB_API int32_t tavDBMUnlock(tavDBMSession *session, uint32_t component);
 
 /**
  * Flushes one medium to its device.
+ * @param session the caller's
+ * @param mediaId the medium
  * @param arg handed to the medium's sync function
  * @return 0, MEDIUM_OPEN, MEDIUM_SYNC; 0 with MEDIA_ID in the session for an unknown medium
  */

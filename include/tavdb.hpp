@@ -38,6 +38,7 @@ struct Error {
     /** What a caller does about it. */
     constexpr std::string_view action() const;
 
+    /** Equal in both words. */
     bool operator==(const Error &) const = default;
 };
 
@@ -45,9 +46,12 @@ struct Error {
 template <typename T>
 class [[nodiscard]] Result {
 public:
+    /** What a function returns that went well. */
     Result(T value) : content(std::in_place_index<0>, std::move(value)) {}
+    /** What a function returns that failed. */
     Result(Error error) : content(std::in_place_index<1>, error) {}
 
+    /** Whether there is a value. */
     explicit operator bool() const {
         return content.index() == 0;
     }
@@ -78,6 +82,7 @@ public:
         return &value();
     }
     /** @} */
+    /** The value, or another one in its place. */
     T valueOr(T instead) const {
         return *this ? value() : std::move(instead);
     }
@@ -95,8 +100,10 @@ template <>
 class [[nodiscard]] Result<void> {
 public:
     Result() = default;
+    /** What a function returns that failed. */
     Result(Error error) : failure(error) {}
 
+    /** Whether it went well. */
     explicit operator bool() const {
         return !failure;
     }
@@ -127,7 +134,9 @@ public:
         const int32_t id = tavDBMInit(&description, &code);
         return id >= 0 ? Result<Database>(Database(static_cast<uint32_t>(id))) : Error{code};
     }
+    /** Leaves the other one detached, which can only be destroyed or assigned to. */
     Database(Database &&other) noexcept : attached(std::exchange(other.attached, 0)) {}
+    /** Changes places: the other one ends what this one was. */
     Database &operator=(Database &&other) noexcept {
         std::swap(attached, other.attached);
         return *this;
@@ -137,6 +146,7 @@ public:
             tavDBMTerm(attached);
     }
 
+    /** As tavDBMInitSession takes it. */
     uint32_t id() const {
         return attached;
     }
@@ -161,7 +171,9 @@ public:
             return Error{code, record.errorDetail};
         return Session(record);
     }
+    /** Leaves the other one closed, which can only be destroyed or assigned to. */
     Session(Session &&other) noexcept : session(std::exchange(other.session, {})) {}
+    /** Changes places: the other one ends what this one was. */
     Session &operator=(Session &&other) noexcept {
         std::swap(session, other.session);
         return *this;
@@ -175,6 +187,7 @@ public:
     Result<uint32_t> find(const char *path) {
         return keyed([&] { return tavDBMSearchByName(&session, path); });
     }
+    /** The top of the tree. */
     Result<uint32_t> root() {
         return keyed([&] { return tavDBMGetRoot(&session); });
     }
@@ -241,9 +254,11 @@ public:
 
     /** Waits for a component's lock. */
     Result<Lock> lock(uint32_t component);
+    /** The same for a lock that others can share. */
     Result<Lock> lockShared(uint32_t component);
     /** Gives TAVDB_ERR_LOCKED where lock would wait. */
     Result<Lock> tryLock(uint32_t component);
+    /** The same for a lock that others can share. */
     Result<Lock> tryLockShared(uint32_t component);
 
     /** For every function of tavdb.h that has no counterpart here. */
@@ -309,7 +324,9 @@ private:
 /** A component's lock, held until the end of its scope. The session must live longer. */
 class [[nodiscard]] Lock {
 public:
+    /** Leaves the other one without a lock. */
     Lock(Lock &&other) noexcept : session(std::exchange(other.session, nullptr)), component(other.component) {}
+    /** Changes places: the other one ends what this one was. */
     Lock &operator=(Lock &&other) noexcept {
         std::swap(session, other.session);
         std::swap(component, other.component);
@@ -334,14 +351,19 @@ private:
  */
 class Children {
 public:
+    /** Goes forward only. */
     class Iterator {
     public:
+        /** A key. */
         using value_type = uint32_t;
+        /** Asked for by the standard library. */
         using difference_type = std::ptrdiff_t;
 
+        /** A component's key. */
         uint32_t operator*() const {
             return key;
         }
+        /** One access. */
         Iterator &operator++() {
             key = children->after(key);
             steps += 1;
@@ -353,9 +375,11 @@ public:
             }
             return *this;
         }
+        /** The same. */
         void operator++(int) {
             ++*this;
         }
+        /** Whether the walk is over, at the last one or by a failure. */
         bool operator==(std::default_sentinel_t) const {
             return key == 0;
         }
@@ -371,13 +395,16 @@ public:
         uint32_t limit = 1;
     };
 
+    /** Reads the node and its first child. */
     Iterator begin() {
         return {this, found(session->checked([&] { return tavDBMGetFirstChild(&session->session, node); },
                                              [](uint32_t) { return true; }))};
     }
+    /** Behind the last one. */
     std::default_sentinel_t end() const {
         return {};
     }
+    /** Why a walk ended that failed; nothing after one that came to its end. */
     const std::optional<Error> &failed() const {
         return failure;
     }

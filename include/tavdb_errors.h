@@ -84,6 +84,7 @@
     X(100, NO_MATCH, "the name does not match", "correct the name")
 /* clang-format on */
 
+/** The codes as constants: TAVDB_ERR_ and the name. */
 enum tavDBMError {
     TAVDB_OK = 0,
 #define TAVDB_ERROR_CONSTANT(code, name, sentence, action) TAVDB_ERR_##name = (code),

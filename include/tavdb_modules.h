@@ -38,6 +38,7 @@ typedef struct tavDBMSemaphoreSet {
 
 /**
  * Creates mutex, count and event, in this order.
+ * @param set  filled
  * @param path of the table, for the trace
  * @return 0 or the OS wrapper's code; what was created before a failure stays
  */
@@ -109,7 +110,10 @@ TAVDB_API int32_t dbs_me_db_control_search_table_entry(const tavDBMDescription *
 /** Gives one reference back, under the table's mutex. @return 0, DATABASE_ID, the OS wrapper's code */
 TAVDB_API int32_t dbs_me_db_control_term_table_entry(uint32_t dbId);
 
-/** @name List primitives of the mapped table; the caller holds the mutex @{ */
+/**
+ * @name List primitives of the mapped table; the caller holds the mutex
+ * @{
+ */
 /** Adds 1 to the reference count of every open database with that id. */
 TAVDB_API void dbs_me_db_control_inclement_ref_count(uint32_t dbId);
 /** Builds the free list from entries 1 to count - 1. */
@@ -120,7 +124,8 @@ TAVDB_API tavDBMControlEntry *dbs_me_db_control_get_table_entry(void);
 TAVDB_API void dbs_me_db_control_free_table_entry(uint32_t index);
 /** Puts an entry first into the used list. */
 TAVDB_API void dbs_me_db_control_add_table_entry(uint32_t index);
-/** Takes an entry out of the used list. @param predecessor 0 for the first one @return the entry, or null */
+/** Takes an entry out of the used list. @param index the entry @param predecessor 0 for the first one @return it, or
+ * null */
 TAVDB_API tavDBMControlEntry *dbs_me_db_control_remove_table_entry(uint32_t index, uint32_t predecessor);
 /** @} */
 
@@ -154,7 +159,10 @@ TAVDB_API int32_t session_setError(tavDBMSession *session, int32_t code, uint32_
 /** Prints the free list (flags 2) and the session list (flags 1) to standard output, without the mutex. */
 TAVDB_API void session_show(int32_t flags);
 
-/** @name List primitives of the mapped table; the caller holds the mutex @{ */
+/**
+ * @name List primitives of the mapped table; the caller holds the mutex
+ * @{
+ */
 TAVDB_API void dbs_me_db_session_add(uint32_t index);
 TAVDB_API tavDBMSessionSlot *dbs_me_db_session_remove(uint32_t index, uint32_t predecessor);
 TAVDB_API tavDBMSessionSlot *dbs_me_db_session_get_entry(void);
@@ -191,7 +199,8 @@ extern TAVDB_API tavDBMMediaTable media_table;
 
 /**
  * Loads the media configuration on the process's first call.
- * @param arg handed to the media file library
+ * @param path the media configuration
+ * @param arg  handed to the media file library
  * @return 0; MEDIA_FILE; MEMORY; the code of the last line that was rejected, if
  *   no line was accepted after it; a code of the media file library.
  * Start and stop run in one thread.
@@ -207,12 +216,16 @@ TAVDB_API uint32_t media_getCount(void);
 TAVDB_API int32_t dbs_me_db_media_sync(tavDBMSession *session, int32_t mediaId, uint32_t arg);
 /**
  * Fills an entry from one line of the media configuration.
- * @param line changed by the call
+ * @param entry filled
+ * @param line  changed by the call
  * @return 0; -1 for a line without or with too few tokens; 14 to 20
  */
 TAVDB_API int32_t dbs_me_db_media_fill_media_entry(tavDBMMediaEntry *entry, char *line);
 
-/** @name The default medium: the file that "TAVDB_DEFMEDIA" names, written synchronously @{ */
+/**
+ * @name The default medium: the file that "TAVDB_DEFMEDIA" names, written synchronously
+ * @{
+ */
 TAVDB_API int32_t dbs_me_db_media_def_open(const char *hint, uint32_t openArg, uint32_t *err);
 TAVDB_API int32_t dbs_me_db_media_def_close(int32_t fd, uint32_t *err);
 TAVDB_API int32_t dbs_me_db_media_def_read(int32_t fd, void *buffer, int32_t length, uint32_t offset, uint32_t *err);
@@ -328,7 +341,10 @@ typedef struct tavDBMEnumeration {
     int32_t elementCount;
 } tavDBMEnumeration;
 
-/** @name Range records, 12, 16, 20 or 32 bytes @{ */
+/**
+ * @name Range records, 12, 16, 20 or 32 bytes
+ * @{
+ */
 typedef struct tavDBMRangeS8 {
     uint32_t key;
     int32_t type;
@@ -710,7 +726,10 @@ TAVDB_API uint32_t comp_getChildByIndex(tavDBMSession *session, uint32_t key, ui
 TAVDB_API uint32_t comp_getRoot(tavDBMSession *session);
 /** @} */
 
-/** @name Bodies of the tavDBM functions on a leaf's value keys @{ */
+/**
+ * @name Bodies of the tavDBM functions on a leaf's value keys
+ * @{
+ */
 TAVDB_API uint32_t leaf_getCurrentValueKey(tavDBMSession *session, uint32_t key);
 TAVDB_API uint32_t leaf_getDefaultValueKey(tavDBMSession *session, uint32_t key);
 TAVDB_API uint32_t leaf_getFactoryValueKey(tavDBMSession *session, uint32_t key);
@@ -719,12 +738,15 @@ TAVDB_API int32_t leaf_setDefaultValueKey(tavDBMSession *session, uint32_t key, 
 TAVDB_API int32_t leaf_setFactoryValueKey(tavDBMSession *session, uint32_t key, uint32_t valueKey);
 /** @} */
 
-/** @name Bodies of the tavDBM functions that work on several components @{ */
+/**
+ * @name Bodies of the tavDBM functions that work on several components
+ * @{
+ */
 TAVDB_API int32_t leaf_move(tavDBMSession *session, uint32_t key, uint32_t parent, uint32_t previous);
 TAVDB_API int32_t node_move(tavDBMSession *session, uint32_t key, uint32_t parent, uint32_t previous, uint32_t child);
 TAVDB_API int32_t node_moveWithSub(tavDBMSession *session, uint32_t key, uint32_t parent, uint32_t previous);
 TAVDB_API int32_t comp_delete(tavDBMSession *session, uint32_t key);
-/** @param unlink 0 leaves the parent's chain as it is */
+/** @param session, key as for comp_delete @param unlink 0 leaves the parent's chain as it is */
 TAVDB_API int32_t comp_deleteWithSub(tavDBMSession *session, uint32_t key, int32_t unlink);
 TAVDB_API int32_t comp_defaultToCurrent(tavDBMSession *session, uint32_t key);
 TAVDB_API int32_t comp_factoryToDefault(tavDBMSession *session, uint32_t key);
@@ -795,7 +817,10 @@ TAVDB_API int32_t lock_compUnlockAll(void);
  */
 TAVDB_API int32_t dbs_me_db_debug(int32_t level, uint32_t *debugSize, uint32_t *ramSize);
 
-/** @name One module's dump; arguments as dbs_me_db_debug, level 98 prints statics only. Return 0. @{ */
+/**
+ * @name One module's dump; arguments as dbs_me_db_debug, level 98 prints statics only. Return 0.
+ * @{
+ */
 TAVDB_API int32_t dbs_me_db_manager_debug_info(int32_t level, uint32_t *debugSize, uint32_t *ramSize);
 TAVDB_API int32_t dbs_me_db_value_debug_info(int32_t level, uint32_t *debugSize, uint32_t *ramSize);
 TAVDB_API int32_t dbs_me_db_session_debug_info(int32_t level, uint32_t *debugSize, uint32_t *ramSize);

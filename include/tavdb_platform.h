@@ -33,25 +33,27 @@ extern "C" {
  * Linux port's codes are 0x1000 | errno.
  * @{
  */
-/** @param handle receives the mutex; arguments 2 and 3 are 0 and 1 */
+/** @param handle receives the mutex @param option 0 @param initial 1 */
 TAVDB_API int32_t tavOSWCreateMutexSem(uint32_t *handle, int32_t option, int32_t initial);
-/** Takes the mutex. @param timeoutMs -1 waits without limit, 0 tries once */
+/** Takes the mutex. @param handle the mutex @param timeoutMs -1 waits without limit, 0 tries once */
 TAVDB_API int32_t tavOSWRequestMutexSem(uint32_t handle, int32_t timeoutMs);
 /** Releases the mutex. */
 TAVDB_API int32_t tavOSWReleaseMutexSem(uint32_t handle);
 
-/** @param handle receives the semaphore; arguments 2 and 3 are 0 and 0 */
+/** @param handle receives the semaphore @param option 0 @param initial 0 */
 TAVDB_API int32_t tavOSWCreateCountSem(uint32_t *handle, int32_t option, int32_t initial);
-/** Waits until the count is above 0 and lowers it. @param timeoutMs 0 waits without limit */
+/** Waits until the count is above 0 and lowers it. @param handle the semaphore @param timeoutMs 0 waits without limit
+ */
 TAVDB_API int32_t tavOSWWaitCountSem(uint32_t handle, int32_t timeoutMs);
 /** Raises the count and wakes one waiter. */
 TAVDB_API int32_t tavOSWPostCountSem(uint32_t handle);
 
-/** @param handle receives the event; arguments 2 and 3 are 0 and 0 */
+/** @param handle receives the event @param option 0 @param initial 0 */
 TAVDB_API int32_t tavOSWCreateEventSem(uint32_t *handle, int32_t option, int32_t initial);
 /**
  * Waits for a post that came after the calling thread last took the mutex of
  * the same table; returns at once when there was one already.
+ * @param handle    the event
  * @param timeoutMs 0 waits without limit
  */
 TAVDB_API int32_t tavOSWWaitEventSem(uint32_t handle, int32_t timeoutMs);
@@ -81,7 +83,7 @@ TAVDB_API int32_t tavOSWMutexAbandoned(uint32_t handle);
 
 /** @return size bytes, aligned for any type, or null with errno set; a request of 0 bytes is valid */
 TAVDB_API void *tavOSWSubAllocMem(uint32_t size);
-/** Gives memory back. @param part always 0 @return 0 */
+/** Gives memory back. @param part always 0 @param buffer from tavOSWSubAllocMem @return 0 */
 TAVDB_API int32_t tavOSWOrgFreeMemPart(int32_t part, void *buffer);
 
 /* ---- trace and system errors ------------------------------------------ */
@@ -106,7 +108,10 @@ TAVDB_API int32_t hook_term(void);
 /** @return the hook with that id, valid until hook_term, or null: the leaf is then used without hooks */
 TAVDB_API const tavDBMHook *getHook(tavDBMSession *session, uint32_t hookId);
 
-/** @name Dumps of the hook library and of the platform's queue module; as the library's own dumps @{ */
+/**
+ * @name Dumps of the hook library and of the platform's queue module; as the library's own dumps
+ * @{
+ */
 TAVDB_API int32_t dbs_me_db_hook_debug_info(int32_t level, uint32_t *debugSize, uint32_t *ramSize);
 TAVDB_API int32_t dbs_me_db_hook_entry_debug_info(int32_t level, uint32_t *debugSize, uint32_t *ramSize);
 TAVDB_API int32_t dbs_me_db_hook_post_debug_info(int32_t level, uint32_t *debugSize, uint32_t *ramSize);

@@ -6,8 +6,9 @@ set -euo pipefail
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 
-packages_build="cmake ninja-build g++ pkg-config libyaml-cpp-dev libpugixml-dev nlohmann-json3-dev libcli11-dev"
-packages_test="libgtest-dev libgmock-dev abigail-tools dpkg-dev"
+packages_build="cmake ninja-build g++ pkg-config libyaml-cpp-dev libpugixml-dev nlohmann-json3-dev libcli11-dev lowdown"
+packages_test="libgtest-dev libgmock-dev abigail-tools dpkg-dev man-db"
+packages_test_all="doxygen fish zsh"
 packages_bench="libbenchmark-dev"
 packages_powerpc="g++-powerpc-linux-gnu qemu-user googletest"
 

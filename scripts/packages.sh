@@ -74,6 +74,9 @@ package() {
     local stage=$work/$1 document=$work/$1/usr/share/doc/$1 libc=none
     cmake --install "$3" --component "$2" --strip --prefix "$stage/usr" >"$work/log" 2>&1 ||
         { cat "$work/log" >&2; die "installing failed"; }
+    # where Debian's zsh looks for what packages bring
+    [ ! -d "$stage/usr/share/zsh/site-functions" ] ||
+        mv "$stage/usr/share/zsh/site-functions" "$stage/usr/share/zsh/vendor-completions"
     [ ! -d "$stage/usr/share/man" ] || find "$stage/usr/share/man" -type f -exec gzip -9n {} +
     # a system's own libraries need no -I and -L, which pkg-config sees only by their plain path
     [ ! -d "$stage/usr/$libdir/pkgconfig" ] || sed -i 's|^prefix=.*|prefix=/usr|' "$stage/usr/$libdir/pkgconfig"/*.pc

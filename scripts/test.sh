@@ -17,6 +17,9 @@ esac
 
 # shellcheck disable=SC2086
 need_packages $packages_build $packages_test $packages_bench
+# tests that are skipped without them
+# shellcheck disable=SC2086
+[ "$all" = no ] || need_packages $packages_test_all
 
 passed=0 failed=0 skipped=0
 started=$(date +%s)

@@ -111,6 +111,20 @@ TEST_F(PackageContents, EachHasLicenceAndChangelog) {
     }
 }
 
+TEST_F(PackageContents, ShellsFindTheirCompletions) {
+    for (const char *script :
+         {"bash-completion/completions/tavdb", "fish/vendor_completions.d/tavdb.fish", "zsh/vendor-completions/_tavdb"})
+        EXPECT_THAT(linesOf(root / "usr/share" / script), Contains(HasSubstr("made by \"tavdb completion"))) << script;
+}
+
+TEST_F(PackageContents, ManualIsThere) {
+    if (!fs::exists(TAVDB_TEST_BUILD "/man"))
+        GTEST_SKIP() << "lowdown is not installed: there is no manual";
+    for (const char *page : {"man1/tavdb.1", "man1/tavdb-get.1", "man5/tavdb-media.5"})
+        EXPECT_THAT(run("zcat '" + (root / "usr/share/man" / page).string() + ".gz'").lines,
+                    Contains(HasSubstr(".TH \"tavdb")));
+}
+
 TEST_F(PackageContents, EqualWhenPackedAgain) {
     ASSERT_EQ(run("'" TAVDB_TEST_SOURCE "/scripts/packages.sh' --built '" TAVDB_TEST_BUILD "' again >/dev/null").status,
               0);

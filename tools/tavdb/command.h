@@ -47,6 +47,7 @@ void addSessions(CLI::App &app, Action &action);
 void addServeMedia(CLI::App &app, Action &action);
 void addDump(CLI::App &app, Action &action);
 void addDebug(CLI::App &app, Action &action);
+void addCompletion(CLI::App &app, Action &action);
 
 /// The option --byte-order of commands that make a database directory.
 void addByteOrder(CLI::App &command, image::ByteOrder &order);

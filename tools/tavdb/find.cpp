@@ -114,15 +114,24 @@ private:
 
 /// "node", "leaf", the name of a value type, or "type N" for a code without a name.
 bool isType(const std::string &type) {
-    return type.empty() || type == "node" || type == "leaf" || type.starts_with("type ") ||
+    return type == "node" || type == "leaf" || type.starts_with("type ") ||
            image::findType(std::string_view(type)) != nullptr;
+}
+
+/// Says which types there are, as the checks of the parser do.
+CLI::Validator typeCheck() {
+    std::string names = "{node,leaf";
+    for (const auto &type : image::allTypes())
+        names += "," + std::string(type.name);
+    const auto check = [](const std::string &type) {
+        return isType(type) ? std::string() : "there is no type " + image::quote(type);
+    };
+    return CLI::Validator(check, names + "}");
 }
 
 void find(const FindOptions &options, const Common &common, Console &console) {
     if (options.pattern.empty())
         console.report("find", {image::FaultKind::usage, "the pattern is empty", 0, 0});
-    else if (!isType(options.type))
-        console.report("find", {image::FaultKind::usage, "there is no type " + image::quote(options.type), 0, 0});
     else
         Finder(options, common, console).run();
 }
@@ -137,7 +146,9 @@ void addFind(CLI::App &app, Action &action) {
         "A pattern without / is for the last name; one that ends in / is for nodes.");
     command->add_option("PATTERN", options->pattern, "the pattern")->required();
     command->add_option("PATH", options->path, "where to start; without it the root");
-    command->add_option("--type", options->type, "node, leaf or the type of a leaf: u32, text ...");
+    command->add_option("--type", options->type, "node, leaf or the type of a leaf")
+        ->check(typeCheck())
+        ->type_name("TYPE");
     command->add_option("--value", options->value, "leaves whose current value prints like this")->type_name("TEXT");
     command->add_flag("--secrets", options->secrets, "let secrets match --value");
     command->callback([options, &action] {

@@ -40,7 +40,8 @@ TEST_F(Find, TypesAndKinds) {
     EXPECT_EQ(tavdb({"find", "*", "--type", "u32"}), says("/network/lan/mtu\n/baud\n"));
     EXPECT_EQ(tavdb({"find", "*", "--type", "node"}), says("/network\n/network/lan\n"));
     EXPECT_EQ(tavdb({"find", "[lrb]*", "--type", "leaf"}), says("/level\n/ratio\n/baud\n"));
-    EXPECT_EQ(tavdb({"find", "*", "--type", "u31"}), fails(2, "tavdb: find: there is no type 'u31'\n"));
+    EXPECT_EQ(tavdb({"find", "*", "--type", "u31"}),
+              fails(2, "tavdb: --type: there is no type 'u31' (see 'tavdb help')\n"));
 }
 
 TEST_F(Find, ValuesAsTheyPrintAndRaw) {
