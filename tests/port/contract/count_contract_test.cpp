@@ -43,7 +43,7 @@ TEST_F(CountContract, ItBeginsAtZeroAndEndsThere) {
 
 TEST_F(CountContract, CreatingAgainForTheTableKeepsTheCount) {
     EXPECT_EQ(tavOSWPostCountSem(attach(path).count), 0);
-    EXPECT_EQ(tavOSWWaitCountSem(attach(path).count, 0), 0);
+    EXPECT_EQ(tavOSWWaitCountSem(attach(path).count, kLimitMs), 0);
 }
 
 TEST_F(CountContract, AThreadThatWaitsIsWoken) {
