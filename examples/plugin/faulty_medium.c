@@ -126,8 +126,10 @@ static bool isInTrouble(struct trouble *trouble) {
 
 /* ---- the medium -------------------------------------------------------- */
 
+/* errno as well: the detail of a few constraint records is taken from there. */
 static int32_t failWith(uint32_t *err, int error) {
     *err = (uint32_t)error;
+    errno = error;
     return -1;
 }
 
