@@ -81,7 +81,7 @@ function(tavdb_install_files)
   install(FILES packaging/tavdb.tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME tavdb.conf COMPONENT runtime)
   install(FILES packaging/tavdb.environment DESTINATION ${tavdb_example_folder} COMPONENT runtime)
   install(FILES docs/INSTALL.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-  install(FILES README.md docs/ARCHITECTURE.md docs/ERRORS.md docs/FORMAT.md
+  install(FILES README.md docs/ARCHITECTURE.md docs/ERRORS.md docs/FORMAT.md docs/PLUGINS.md docs/PORTING.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
   install(DIRECTORY examples/ DESTINATION ${tavdb_example_folder} COMPONENT development
     PATTERN CMakeLists.txt EXCLUDE)

@@ -90,11 +90,12 @@ TAVDB_API int32_t tavOSWOrgFreeMemPart(int32_t part, void *buffer);
 
 /**
  * Writes one trace line; level 0 is an error, 2 an entry, return or remark, 5,
- * 98 and 99 are dumps. The platform filters and stores.
+ * 98 and 99 are dumps. The platform filters and stores. errno stays as it was:
+ * the library reads it afterwards.
  */
 TAVDB_API void dbs_me_debug_trace(int32_t level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/** Reports a system error: module (62672 is the media module), event, detail. @return ignored */
+/** Reports a system error: module (62672 is the media module), event, detail; keeps errno. @return ignored */
 TAVDB_API int32_t dbs_me_syserr_notify_system_error(int32_t module, int32_t event, int32_t detail);
 /** The same without waiting for the report to be stored. */
 TAVDB_API int32_t dbs_me_syserr_notify_system_error_async(int32_t module, int32_t event, int32_t detail, ...);
@@ -134,9 +135,9 @@ TAVDB_API int32_t dbs_me_db_media_file_debug_info(int32_t level, uint32_t *debug
 /**
  * @name The built-in media functions, slot by slot
  * A media configuration line whose library is "libtavdbfile.so" names these.
- * tavdbMem... work on mapped files, tavdbFile... on plain files, tavdbMsg... on
- * a media server's socket. Signatures as in tavdb_plugin.h. X(name), in the
- * order in which names are looked up.
+ * tavdbMem... work on mapped files, tavdbFile... on plain files (OpenHD to read
+ * and write, OpenRom to read), tavdbMsg... on a media server's socket. Signatures
+ * as in tavdb_plugin.h. X(name), in the order in which names are looked up.
  * @{
  */
 #define TAVDB_MEDIA_SYNC_LIST(X) \

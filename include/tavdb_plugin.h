@@ -39,7 +39,7 @@ typedef int32_t (*tavDBMMediaOpen)(const char *hint, uint32_t openArg, uint32_t 
 typedef int32_t (*tavDBMMediaClose)(int32_t fd, uint32_t *err);
 /** @return the bytes read; fewer than length at the medium's end */
 typedef int32_t (*tavDBMMediaRead)(int32_t fd, void *buffer, int32_t length, uint32_t offset, uint32_t *err);
-/** @return the bytes written; anything but length is a failure to the caller */
+/** @return length, or -1 when not all could be written: fewer bytes are no failure where a value's data are stored */
 typedef int32_t (*tavDBMMediaWrite)(int32_t fd, const void *buffer, int32_t length, uint32_t offset, uint32_t *err);
 /** whence as for lseek(). @return the resulting position */
 typedef int32_t (*tavDBMMediaSeek)(int32_t fd, int32_t offset, int32_t whence, uint32_t *err);

@@ -18,7 +18,7 @@ namespace {
 
 constexpr char kFake[] = "semaphores";
 constexpr uint32_t kCreationsOfATable = 3;
-constexpr auto kLongestHold = std::chrono::seconds(20);
+constexpr std::chrono::milliseconds kLongestHold = std::chrono::seconds(20);
 constexpr uint32_t kMostWaitsForAPost = 1000;
 
 struct KindTraits {
@@ -185,8 +185,10 @@ int32_t FakeSemaphores::take(Object &mutex, int32_t timeoutMs, Lock &lock) {
         reportMisuse(kFake, "the mutex of " + mutex.table + " was requested twice by one thread: a dead-lock");
         return platformCode(EDEADLK);
     }
-    if (!released_.wait_for(lock, kLongestHold, isFree)) {
-        reportMisuse(kFake, "the mutex of " + mutex.table + " is not released by its holder: a dead-lock");
+    const bool isLimited = timeoutMs > 0;
+    if (!released_.wait_for(lock, isLimited ? std::chrono::milliseconds(timeoutMs) : kLongestHold, isFree)) {
+        if (!isLimited)
+            reportMisuse(kFake, "the mutex of " + mutex.table + " is not released by its holder: a dead-lock");
         return platformCode(ETIMEDOUT);
     }
     mutex.owner = std::this_thread::get_id();

@@ -15,20 +15,6 @@ namespace {
 
 using FileMedia = MediaTest;
 
-TEST_F(FileMedia, ReadsAndWritesAtOffsets) {
-    writeFile("a.med", "0123456789");
-    const int32_t fd = openMedium(fileMedium, "a.med").result;
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(writeMedium(fileMedium, fd, "xyz", 8), success(3));
-    EXPECT_EQ(bytesOf(fileMedium, fd, 5, 6), "67xyz");
-    EXPECT_EQ(bytesOf(fileMedium, fd, 5, 9), "yz");
-    EXPECT_EQ(bytesOf(fileMedium, fd, 5, 11), "");
-    EXPECT_EQ(bytesOf(fileMedium, fd, 5, 0xFFFFFFFF), "");
-    EXPECT_EQ(seekMedium(fileMedium, fd, 0, SEEK_END), success(11));
-    EXPECT_EQ(closeMedium(fileMedium, fd), success(0));
-    EXPECT_EQ(readFile("a.med"), "01234567xyz");
-}
-
 TEST_F(FileMedia, DescriptorIsClosedOnExec) {
     writeFile("a.med", "0123");
     for (const Medium &medium : {fileMedium, romMedium}) {

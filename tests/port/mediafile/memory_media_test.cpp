@@ -141,15 +141,6 @@ TEST_F(MemoryMedia, FilterDoesCatchASystemCall) {
     EXPECT_EQ(result, kChildKilled + SIGSYS);
 }
 
-TEST_F(MemoryMedia, ReadAtTheEndGivesFewerBytesAndBeyondItNone) {
-    writeFile("a.med", "0123456789");
-    const int32_t fd = mapped("a.med");
-    EXPECT_EQ(bytesOf(memoryMedium, fd, 10, 7), "789");
-    EXPECT_EQ(bytesOf(memoryMedium, fd, 1, 10), "");
-    EXPECT_EQ(bytesOf(memoryMedium, fd, 5, 5000), "");
-    EXPECT_EQ(bytesOf(memoryMedium, fd, 5, 0xFFFFFFFF), "");
-}
-
 TEST_F(MemoryMedia, TransferOfNoBytesDoesNothing) {
     writeFile("a.med", "0123");
     const int32_t fd = mapped("a.med");
@@ -308,30 +299,6 @@ TEST_F(MemoryMedia, ImageThatMayNotBeReadIsRefused) {
         return kChildDone;
     });
     EXPECT_EQ(result, kChildDone);
-}
-
-TEST_F(MemoryMedia, AllProcessesSeeWritesAtOnce) {
-    writeFile("a.med", "0123456789");
-    const int32_t fd = mapped("a.med");
-    Baton toParent;
-    Baton toChild;
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(30);
-        initialise();  // a mapping of its own, not the inherited one
-        const int32_t own = mapped("a.med");
-        writeMedium(memoryMedium, own, "child", 0);
-        toParent.pass();
-        toChild.await();
-        _exit(bytesOf(memoryMedium, own, 10, 0) == "childparen" ? 0 : 1);
-    }
-    toParent.await();
-    EXPECT_EQ(bytesOf(memoryMedium, fd, 10, 0), "child56789");
-    EXPECT_EQ(writeMedium(memoryMedium, fd, "paren", 5), success(5));
-    toChild.pass();
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
 }
 
 TEST_F(MemoryMedia, ChildSharesTheInheritedMapping) {

@@ -108,7 +108,7 @@ TEST_F(ConvertCommand, EveryOtherCommandRefusesTheOtherOrder) {
                                                          {"dump"},
                                                          {"debug"}};
     const auto before = filesIn(place / "db");
-    std::set<std::string> called = {"build", "convert", "help"};
+    std::set<std::string> called = {"build", "completion", "convert", "help"};
     for (const auto &call : calls) {
         EXPECT_EQ(tavdb(call), fails(9, "tavdb: db: " + kRefusal)) << call[0];
         called.insert(call[0]);
