@@ -92,7 +92,7 @@ Fault damagedHeader(const std::string &sentence) {
 
 /// An image as far as it is looked at: its first words as this machine has them.
 struct ImageStart {
-    const MediumName *medium;
+    std::string file;  ///< as it is named to people
     tavDBMMediumHeader header;
     ByteOrder order;
     uint64_t sizeBytes;
@@ -111,21 +111,21 @@ Status checkRole(const tavDBMMediumHeader &header, int32_t medium) {
     return std::nullopt;
 }
 
-Status checkHeader(const ImageStart &image) {
+Status checkHeader(const ImageStart &image, const MediumName &medium) {
     const auto &header = image.header;
-    if (auto fault = checkRole(header, image.medium->id))
+    if (auto fault = checkRole(header, medium.id))
         return fault;
     const bool isInside = header.root >= sizeof header && uint64_t{header.root} + sizeof(tavDBMNode) <= image.sizeBytes;
-    if (image.medium->id == kComponentMedium && !isInside)
+    if (medium.id == kComponentMedium && !isInside)
         return damagedHeader("there is no root at " + std::to_string(header.root));
-    if (image.medium->holdsRecords && header.firstFree != 0 && header.firstFree >= image.sizeBytes)
+    if (medium.holdsRecords && header.firstFree != 0 && header.firstFree >= image.sizeBytes)
         return damagedHeader("the first free block lies outside at " + std::to_string(header.firstFree));
     return std::nullopt;
 }
 
 /// The mark tells the order; without it nothing does.
-Result<ImageStart> parseStart(std::string bytes, const MediumName &medium, uint64_t sizeBytes) {
-    ImageStart image{&medium, {}, nativeOrder(), sizeBytes};
+Result<ImageStart> parseStart(std::string bytes, uint64_t sizeBytes) {
+    ImageStart image{{}, {}, nativeOrder(), sizeBytes};
     if (bytes.size() < sizeof image.header)
         return Result<ImageStart>::bad(damagedHeader("the image is shorter than its header"));
     std::memcpy(&image.header, bytes.data(), sizeof image.header);
@@ -139,7 +139,7 @@ Result<ImageStart> parseStart(std::string bytes, const MediumName &medium, uint6
     return Result<ImageStart>::good(image);
 }
 
-Result<ImageStart> readStart(const std::string &path, const MediumName &medium) {
+Result<ImageStart> readStart(const std::string &path) {
     using Start = Result<ImageStart>;
     const auto file = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file.isOpen() && errno == ENOENT)
@@ -148,29 +148,32 @@ Result<ImageStart> readStart(const std::string &path, const MediumName &medium) 
     if (!file.isOpen() || fstat(file.get(), &status) != 0)
         return Start::bad(faultOfError(errno, "cannot be opened"));
     auto bytes = readPart(file.get(), sizeof(tavDBMMediumHeader), 0);
-    return bytes ? parseStart(std::move(*bytes.value), medium, static_cast<uint64_t>(status.st_size))
-                 : Start::bad(bytes.error);
+    return bytes ? parseStart(std::move(*bytes.value), static_cast<uint64_t>(status.st_size)) : Start::bad(bytes.error);
 }
 
-/// Where an image is looked at: a server has it as a file whatever its clients are told.
-std::optional<std::string> imageToCheck(const DatabaseDirectory &directory, const MediumName &medium,
-                                        DirectoryUse use) {
-    return use == DirectoryUse::serve ? joinPath(directory.path, medium.file) : directory.imagePath(medium.id);
+/// The name of an image that may be looked at: where it is a file of this machine, and
+/// under its usual name where it is served to others.
+std::optional<std::string> imageName(const DatabaseDirectory &directory, const MediumName &medium, DirectoryUse use) {
+    if (directory.imagePath(medium.id))
+        return directory.hintOf(medium.id);
+    const bool isOwned = use != DirectoryUse::attach && directory.lineOf(medium.id).kind() == "message";
+    return isOwned ? std::optional(std::string(medium.file)) : std::nullopt;
 }
 
-/// Of the images that are files of this machine; sound headers each.
+/// Sound headers each.
 Result<std::vector<ImageStart>> readStarts(const DatabaseDirectory &directory, DirectoryUse use) {
     using Starts = Result<std::vector<ImageStart>>;
     std::vector<ImageStart> starts;
     for (const auto &medium : kMediumNames) {
-        const auto path = imageToCheck(directory, medium, use);
-        if (!path)
+        const auto name = imageName(directory, medium, use);
+        if (!name)
             continue;
-        const auto start = readStart(*path, medium);
-        auto fault = start ? checkHeader(*start.value) : start.error;
+        auto start = readStart(name->starts_with('/') ? *name : joinPath(directory.path, *name));
+        auto fault = start ? checkHeader(*start.value, medium) : start.error;
         if (fault)
-            return Starts::bad(faultIn(directory.hintOf(medium.id), std::move(*fault)));
-        starts.push_back(*start.value);
+            return Starts::bad(faultIn(*name, std::move(*fault)));
+        start.value->file = *name;
+        starts.push_back(std::move(*start.value));
     }
     return Starts::good(std::move(starts));
 }
@@ -179,9 +182,8 @@ Result<std::vector<ImageStart>> readStarts(const DatabaseDirectory &directory, D
 Status checkOrder(DatabaseDirectory &directory, const std::vector<ImageStart> &starts, DirectoryUse use) {
     for (const auto &start : starts)
         if (start.order != starts[0].order)
-            return faultIn(directory.hintOf(start.medium->id),
-                           damagedHeader(std::string("its numbers are stored ") + nameOf(start.order) + ", those of " +
-                                         directory.hintOf(starts[0].medium->id) + " " + nameOf(starts[0].order)));
+            return faultIn(start.file, damagedHeader(std::string("its numbers are stored ") + nameOf(start.order) +
+                                                     ", those of " + starts[0].file + " " + nameOf(starts[0].order)));
     directory.order = starts.empty() ? nativeOrder() : starts[0].order;
     if (use != DirectoryUse::readFiles && directory.order != nativeOrder())
         return Fault{FaultKind::mismatch,

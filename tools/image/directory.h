@@ -91,9 +91,9 @@ struct DatabaseDirectory {
     std::optional<std::string> imagePath(int32_t medium) const;
 };
 
-/// What a directory is opened for. To attach, its numbers must be in the order of
-/// this machine and its tables writable; to serve its images, the former; to read its
-/// files, neither.
+/// What a directory is opened for. To attach, its tables must be writable; to attach
+/// and to serve its media, its numbers must be in the order of this machine. Images
+/// behind message media are looked at by those who own them: to serve and to read.
 enum class DirectoryUse { attach, serve, readFiles };
 
 /// Checks that a directory holds a database that this program can use, as far as

@@ -25,7 +25,8 @@ _@name@_components() {
     [[ $database != '~/'* ]] || database=$HOME/${database#'~/'}
     parent=${word%"${word##*/}"}
     [[ -n $word ]] || parent=/
-    for name in ${(f)"$(${(Q)typed[1]} ${database:+-d} $database --no-hooks list -- ${parent:-/} 2>/dev/null </dev/null)"}; do
+    local -a ask=("${(Q)typed[1]}" ${database:+-d} $database --no-hooks list -- ${parent:-/})
+    for name in ${(f)"$($ask 2>/dev/null </dev/null)"}; do
         if [[ $name == */ ]]; then
             nodes+=("$parent$name")
         else

@@ -74,7 +74,8 @@ Command commandOf(const CLI::App &app, const std::vector<Argument> &common) {
     }
     // The parser is told nothing about the operands of such a command.
     if (command.optionsStandFirst && command.operands.empty())
-        command.operands.push_back({{"PATH"}, "PATH", "a leaf; its value stands behind it, or behind a =", {}, "", WordKind::component, true});
+        command.operands.push_back(
+            {{"PATH"}, "PATH", "a leaf; its value stands behind it, or behind a =", {}, "", WordKind::component, true});
     return command;
 }
 

@@ -122,6 +122,19 @@ TEST_F(ConvertCommand, EveryOtherCommandRefusesTheOtherOrder) {
     EXPECT_EQ(called, known) << "all commands were called";
 }
 
+TEST_F(ConvertCommand, DatabaseOfMessageMediaIsConvertedAndNotServed) {
+    build(kDevice);
+    const auto expected = imagesIn("db");
+    build(kDevice, {"--replace", "--media", "message", "--byte-order", kThere});
+    EXPECT_EQ(tavdb({"serve-media", "db"}), fails(9, "tavdb: db: " + kRefusal));
+    ASSERT_EQ(tavdb({"convert", "db", "-o", "here"}).exitCode, 0);
+    EXPECT_EQ(imagesIn("here"), expected);
+    EXPECT_EQ(bytesOf(place / "here/media.conf"), bytesOf(place / "db/media.conf"));
+    std::filesystem::remove(place / "db/text.med");
+    EXPECT_EQ(tavdb({"convert", "db", "-o", "x"}),
+              fails(8, "tavdb: db: text.med: the database is incomplete: this image is missing\n"));
+}
+
 TEST_F(ConvertCommand, HeaderThatTellsNoOrderIsDamage) {
     build(kDevice);
     for (const auto &[name, content] : imagesIn("db"))
