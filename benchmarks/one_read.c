@@ -6,6 +6,7 @@
  * detaches: microseconds of each step, and the memory that is this process's own.
  * Prints "attach READ detach PRIVATE-KIB" on one line.
  */
+#define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
 #include <string.h>
 #include <time.h>

@@ -16,7 +16,7 @@ set(tavdb_trim_link -Wl,--gc-sections -Wl,-z,defs)
 if(TAVDB_SANITIZE)
   set(tavdb_trim_compile)
   set(tavdb_trim_link)
-  add_compile_options(-fsanitize=${TAVDB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  add_compile_options(-fsanitize=${TAVDB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=${TAVDB_SANITIZE})
 endif()
 

@@ -8,7 +8,7 @@
 . "$(dirname "$0")/common.sh"
 export LC_ALL=C
 
-frames=5 runs=21
+frames=3 runs=21
 builds=("$@")
 if [ ${#builds[@]} -eq 0 ]; then
     for folder in "$project/build/release" "$project/build/ppc"; do
@@ -39,9 +39,12 @@ libraries() {
 
 # The compiler's own account: "file:line:column:function<TAB>bytes<TAB>kind".
 stack_frames() {
-    printf 'largest stack frames, bytes:\n'
-    find "$1/src" "$1/port" -name '*.su' -exec cat {} + | awk -F '\t' '{sub(/.*:[0-9]+:[0-9]+:/, "", $1); print $2, $1}' |
-        sort -rn | head -"$frames" | sed 's/^/  /'
+    local layer
+    for layer in src port; do
+        printf 'largest stack frames of %s, bytes:\n' "$layer"
+        find "$1/$layer" -name '*.su' -exec cat {} + | awk -F '\t' '{sub(/.*:[0-9]+:[0-9]+:/, "", $1); print $2, $1}' |
+            sort -rn | sed "$frames q" | sed 's/^/  /'
+    done
 }
 
 # median COLUMN: of what stands in a column of the input
