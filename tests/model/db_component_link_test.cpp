@@ -219,6 +219,15 @@ TEST_F(Children, TheFirstChildOfAnUnreadableComponentIsZero) {
     EXPECT_TRUE(recorded(55, 0));
 }
 
+TEST_F(Children, SettingTheFirstChildOfANodeThatCannotBeReadBehindItsHeaderChangesNothing) {
+    build("a b");
+    const Bytes before = fakeMedia().snapshot(kComponents);
+    faultPlan().add({.operation = Operation::mediaRead, .skip = 1});
+    EXPECT_EQ(comp_setFirstChild(&session, root, key("b")), 55);
+    EXPECT_EQ(session.errorCode, 55U);
+    EXPECT_THAT(differences(before, fakeMedia().snapshot(kComponents)), IsEmpty());
+}
+
 TEST_F(Children, SettingTheFirstChildRewritesTheNodeOnly) {
     build("a b");
     Bytes expected = fakeMedia().snapshot(kComponents);
