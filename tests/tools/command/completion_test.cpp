@@ -58,8 +58,10 @@ protected:
 
     std::vector<std::string> fish(const std::string &line) const {
         place.write("call", "source ./script\ncomplete -C \"" + line + "\"\n");
-        const auto folder = std::string(kCommand).substr(0, std::string(kCommand).rfind('/'));
-        auto lines = shell("PATH='" + folder + "':\"$PATH\" HOME=. fish --no-config ./call 2>&1").lines;
+        // under emulation the file behind the command has another name
+        auto lines = shell(std::string("mkdir -p bin && ln -sf '") + kCommand +
+                           "' bin/tavdb && PATH=./bin:\"$PATH\" HOME=. fish --no-config ./call 2>&1")
+                         .lines;
         for (auto &offered : lines)
             offered = offered.substr(0, offered.find('\t'));
         return lines;
