@@ -18,6 +18,7 @@
 #include "control/table_view.h"
 #include "lock/lock_soundness.h"
 #include "port/osw/osw_test_support.h"
+#include "rounds.h"
 #include "tavdb.h"
 #include "tavdb_modules.h"
 
@@ -34,11 +35,7 @@ using tavdb::test::TempFolder;
 constexpr uint32_t kProcesses = 4;
 constexpr uint32_t kThreads = 2;
 constexpr uint32_t kComponents = 3;
-#ifdef TAVDB_TEST_SLOW
-constexpr uint32_t kDefaultPairs = 20000;
-#else
-constexpr uint32_t kDefaultPairs = 200000;
-#endif
+constexpr uint32_t kDefaultPairs = tavdb_test::kSlow ? 20000 : 200000;
 constexpr uint32_t kLongestWaitMs = 20000;
 constexpr auto kLongestStall = std::chrono::seconds(30);
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 
+#include "rounds.h"
 #include "storage/file_list_place.h"
 
 namespace tavdb_test {
@@ -13,11 +14,7 @@ namespace {
 
 constexpr uint32_t kMediumSize = 32768;
 constexpr uint32_t kHead = sizeof(tavDBMFreeBlock);
-#ifdef TAVDB_TEST_SLOW
-constexpr int kSteps = 400;
-#else
-constexpr int kSteps = 4000;
-#endif
+constexpr int kSteps = kEmulated ? 100 : kSlow ? 400 : 4000;
 
 /// Free ranges by offset, and what becomes of them.
 class FreeRanges {

@@ -4,15 +4,12 @@
 #include <vector>
 
 #include "port/contract/platform_under_test.h"
+#include "rounds.h"
 
 namespace tavdb::test {
 namespace {
 
-#if defined(TAVDB_TEST_SLOW)
-constexpr int kRounds = 300;
-#else
-constexpr int kRounds = 3000;
-#endif
+constexpr int kRounds = tavdb_test::kSlow ? 300 : 3000;
 constexpr int32_t kLimitMs = 4000;
 
 using CountContract = TableContractTest;

@@ -6,17 +6,13 @@
 #include <vector>
 
 #include "port/contract/platform_under_test.h"
+#include "rounds.h"
 
 namespace tavdb::test {
 namespace {
 
-#if defined(TAVDB_TEST_SLOW)
-constexpr int kRounds = 300;
-constexpr int kTurns = 300;
-#else
-constexpr int kRounds = 500;
-constexpr int kTurns = 10000;
-#endif
+constexpr int kRounds = tavdb_test::kSlow ? 300 : 500;
+constexpr int kTurns = tavdb_test::kSlow ? 300 : 10000;
 constexpr int32_t kLimitMs = 4000;
 
 class EventContract : public TableContractTest {

@@ -5,15 +5,12 @@
 #include <vector>
 
 #include "port/contract/platform_under_test.h"
+#include "rounds.h"
 
 namespace tavdb::test {
 namespace {
 
-#if defined(TAVDB_TEST_SLOW)
-constexpr int kRounds = 200;
-#else
-constexpr int kRounds = 1500;
-#endif
+constexpr int kRounds = tavdb_test::kSlow ? 200 : 1500;
 
 using MutexContract = TableContractTest;
 

@@ -5,10 +5,13 @@
 
 #include <random>
 
+#include "rounds.h"
 #include "tools/command/command_fixture.h"
 
 namespace tavdb_test {
 namespace {
+
+constexpr int kRounds = kEmulated ? 8 : 40;
 
 class DamagedDatabase : public CommandTest {
 protected:
@@ -49,7 +52,7 @@ TEST_F(DamagedDatabase, NoDamageMakesACommandCrashOrHang) {
     build(kDevice);
     const auto whole = filesIn(place / "db");
     std::mt19937 random(randomSeed());
-    for (int round = 0; round < 40 && !HasFailure(); round++) {
+    for (int round = 0; round < kRounds && !HasFailure(); round++) {
         SCOPED_TRACE("round " + std::to_string(round));
         damage(random, 1 + round % 4);
         for (const auto &call : std::vector<std::vector<std::string>>{{"tree", "--secrets"},

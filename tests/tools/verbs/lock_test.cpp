@@ -8,6 +8,7 @@
 #include <chrono>
 #include <thread>
 
+#include "rounds.h"
 #include "tools/verbs/verbs_fixture.h"
 
 namespace tavdb_test {
@@ -104,9 +105,8 @@ TEST_F(Lock, ProgramStartsWithOrdinarySignals) {
 }
 
 TEST_F(Lock, ProgramsThatCannotBeRun) {
-#ifdef TAVDB_TEST_EMULATED
-    GTEST_SKIP() << "the emulator does not report that a program could not be started";
-#endif
+    if (kEmulated)
+        GTEST_SKIP() << "the emulator does not report that a program could not be started";
     EXPECT_EQ(tavdb({"lock", "/level", "--", "no-such-program"}),
               fails(3, "tavdb: no-such-program: cannot be run: No such file or directory\n"));
     EXPECT_EQ(tavdb({"lock", "/level", "--", place.path()}).exitCode, 6);
