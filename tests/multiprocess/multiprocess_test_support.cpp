@@ -7,7 +7,9 @@
 
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
+#include "port/contract/linux_media_server.h"
 #include "tavdb_platform.h"
 
 namespace tavdb_test {
@@ -15,6 +17,20 @@ namespace tavdb_test {
 namespace {
 
 constexpr const char *kMedia[] = {"component.med", "value.med", "constraint.med", "string.med"};
+constexpr char kPortLibrary[] = "libtavdbfile.so ";
+constexpr char kSocket[] = ".sock";  ///< behind the image's name
+
+#ifdef TAVDB_TEST_MEDIA_SERVER
+void serve(const std::string &image) {
+    tavdb::test::serveImage(image, image + kSocket);
+}
+void stopServers() {
+    tavdb::test::stopServing();
+}
+#else
+void serve(const std::string &) {}
+void stopServers() {}
+#endif
 
 /// Counts in how many lists each record is.
 template <size_t Slots>
@@ -108,17 +124,26 @@ std::string faultsOf(const tavDBMLockTable &table) {
     return text;
 }
 
-DatabaseFolder::DatabaseFolder(uint32_t mediumBytes) {
-    for (const char *const medium : kMedia)
+DatabaseFolder::DatabaseFolder(uint32_t mediumBytes, const MediaKind &kind) : kind_(kind) {
+    for (const char *const medium : kMedia) {
         writeMedium(path(medium), mediumBytes, medium == kMedia[0]);
-    writeMediaConf(kMemoryMedium);
+        if (kind.isServed)
+            serve(path(medium));
+    }
+    writeMediaConf(std::string(kPortLibrary) + kind.functions);
     setenv("TAVDB_DBTABLE", path(Table::control).c_str(), 1);
+}
+
+DatabaseFolder::~DatabaseFolder() {
+    if (kind_.isServed)
+        stopServers();
 }
 
 void DatabaseFolder::writeMediaConf(const std::string &componentFunctions) const {
     std::ofstream conf(path("media.conf"));
     for (const char *const medium : kMedia)
-        conf << (medium == kMedia[0] ? componentFunctions : kMemoryMedium) << ' ' << path(medium) << '\n';
+        conf << (medium == kMedia[0] ? componentFunctions : std::string(kPortLibrary) + kind_.functions) << ' '
+             << path(medium) << (kind_.isServed ? kSocket : "") << '\n';
 }
 
 tavDBMDescription DatabaseFolder::description(uint32_t fifthWord) const {
@@ -148,6 +173,13 @@ std::vector<uint32_t> DatabaseFolder::sessions() const {
 std::string DatabaseFolder::faults() const {
     return faultsOf(*ControlView(path(Table::control))) + faultsOf(*SessionView(path(Table::session))) +
            faultsOf(*LockView(path(Table::lock)));
+}
+
+std::string DatabaseFolder::images() const {
+    std::ostringstream all;
+    for (const char *const medium : kMedia)
+        all << std::ifstream(path(medium), std::ios::binary).rdbuf();
+    return all.str();
 }
 
 int joinInTime(Child &child) {

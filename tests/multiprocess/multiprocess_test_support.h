@@ -39,8 +39,22 @@ std::string faultsOf(const tavDBMSessionTable &table);
 std::string faultsOf(const tavDBMLockTable &table);
 /// @}
 
-inline constexpr char kMemoryMedium[] =
-    "libtavdbfile.so tavdbMemOpen tavdbMemClose tavdbMemRead tavdbMemWrite tavdbMemSeek tavdbMemSync1";
+/// A kind of medium that the port offers, by its functions in a line of media.conf.
+struct MediaKind {
+    const char *name;
+    const char *functions;
+    bool isServed;  ///< it needs a server, whose socket and not the image is named
+};
+inline constexpr MediaKind kMediaKinds[] = {
+    {"memory", "tavdbMemOpen tavdbMemClose tavdbMemRead tavdbMemWrite tavdbMemSeek tavdbMemSync1", false},
+    {"file", "tavdbFileOpenHD tavdbFileClose tavdbFileRead tavdbFileWrite tavdbFileSeek tavdbFileSync3", false},
+#ifdef TAVDB_TEST_MEDIA_SERVER
+    {"message", "tavdbMsgOpen tavdbMsgClose tavdbMsgRead tavdbMsgWrite tavdbMsgSeek tavdbMsgSync", true},
+#endif
+};
+inline void PrintTo(const MediaKind &kind, std::ostream *stream) {
+    *stream << kind.name;
+}
 
 /// One of the three shared tables.
 enum class Table : uint8_t { control, session, lock };
@@ -50,7 +64,10 @@ inline constexpr const char *kTableFiles[] = {"control.tbl", "session.tbl", "loc
 class DatabaseFolder {
 public:
     /// @param mediumBytes of each of the four media, a multiple of 4
-    explicit DatabaseFolder(uint32_t mediumBytes = 1024);
+    explicit DatabaseFolder(uint32_t mediumBytes = 1024, const MediaKind &kind = kMediaKinds[0]);
+    ~DatabaseFolder();
+    DatabaseFolder(const DatabaseFolder &) = delete;
+    DatabaseFolder &operator=(const DatabaseFolder &) = delete;
 
     std::string path(const std::string &name) const {
         return folder_ / name;
@@ -60,7 +77,7 @@ public:
     }
     /// Another fifth word makes another database on the same files.
     tavDBMDescription description(uint32_t fifthWord = 0) const;
-    /// @param componentFunctions library and functions of the component medium; the others are memory media
+    /// @param componentFunctions library and functions of the component medium; the others are of the folder's kind
     void writeMediaConf(const std::string &componentFunctions) const;
 
     /// tavDBMInit. @return the id or -1
@@ -72,9 +89,12 @@ public:
     std::vector<uint32_t> sessions() const;
     /// What is wrong with any of the three tables.
     std::string faults() const;
+    /// The bytes of all media, one behind the other.
+    std::string images() const;
 
 private:
     TempFolder folder_;
+    const MediaKind &kind_;
 };
 
 /// Where processes wait for each other.

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "multiprocess/multiprocess_test_support.h"
+#include "rounds.h"
 #include "tavdb.hpp"
 
 namespace tavdb_test {
@@ -16,7 +17,8 @@ using tavdb::Database;
 using tavdb::Session;
 
 constexpr uint32_t kBranches = 3;
-constexpr uint32_t kOperations = 10000;
+constexpr uint32_t kOperations = kSlow ? 2000 : 10000;
+constexpr uint32_t kOperationsAlone = 1000;
 constexpr size_t kLeavesMost = 200;
 constexpr uint32_t kMediumBytes = 65536;
 constexpr int32_t kDataMedium = 4;
@@ -34,8 +36,8 @@ public:
         : session(opened), sharedRoot(root), node(branch), random(branch) {}
 
     /// @return whether every operation did what it should
-    bool run() {
-        for (uint32_t i = 0; i < kOperations; i++)
+    bool run(uint32_t operations) {
+        for (uint32_t i = 0; i < operations; i++)
             if (!step())
                 return false;
         return true;
@@ -106,58 +108,73 @@ bool holds(Session &session, uint32_t node, const Branch &branch) {
     return std::equal(values.begin(), values.end(), branch.values, branch.values + branch.leaves);
 }
 
-class SharedTree : public testing::Test {
+class SharedTree : public testing::TestWithParam<MediaKind> {
 protected:
     /// Works as one more process: attached and with a session.
     template <typename Work>
-    int asProcess(Work work) const {
-        const auto database = Database::attach(folder.description());
-        if (!database)
-            return 2;
-        auto session = Session::open(*database);
-        return session && work(*session) ? 0 : 1;
+    static Child process(const DatabaseFolder &folder, Work work) {
+        return Child([&folder, work] {
+            const auto database = Database::attach(folder.description());
+            if (!database)
+                return 2;
+            auto session = Session::open(*database);
+            return session && work(*session) ? 0 : 1;
+        });
+    }
+    void makeBranches(const DatabaseFolder &folder) {
+        Child maker = process(folder, [&](Session &session) {
+            common->root = session.root().valueOr(0);
+            for (uint32_t &node : common->nodes)
+                node = tavDBMCreateNode(session.record(), 0, common->root, 0, 0);
+            return common->nodes[kBranches - 1] != 0;
+        });
+        ASSERT_EQ(maker.join(), 0);
+    }
+    Child worker(const DatabaseFolder &folder, uint32_t number, uint32_t operations) {
+        return process(folder, [=, this](Session &session) {
+            Worker worker(session, common->root, common->nodes[number]);
+            const bool done = worker.run(operations);
+            common->branches[number] = worker.result();
+            return done;
+        });
+    }
+    std::string imagesAfterWork(const MediaKind &kind) {
+        const DatabaseFolder folder(kMediumBytes, kind);
+        makeBranches(folder);
+        EXPECT_EQ(worker(folder, 0, kOperationsAlone).join(), 0);
+        return folder.images();
     }
 
-    const DatabaseFolder folder{kMediumBytes};
-};
-
-TEST_F(SharedTree, HoldsWhatEveryProcessPutIntoItsBranch) {
     struct Common {
         uint32_t root;
         uint32_t nodes[kBranches];
         Branch branches[kBranches];
     };
     Shared<Common> common;
-    ASSERT_EQ(Child([&] {
-                  return asProcess([&](Session &session) {
-                      common->root = session.root().valueOr(0);
-                      for (uint32_t &node : common->nodes)
-                          node = tavDBMCreateNode(session.record(), 0, common->root, 0, 0);
-                      return common->nodes[kBranches - 1] != 0;
-                  });
-              }).join(),
-              0);
+};
+INSTANTIATE_TEST_SUITE_P(Media, SharedTree, testing::ValuesIn(kMediaKinds),
+                         [](const auto &kind) { return kind.param.name; });
+
+TEST_P(SharedTree, HoldsWhatEveryProcessPutIntoItsBranch) {
+    const DatabaseFolder folder(kMediumBytes, GetParam());
+    makeBranches(folder);
     std::vector<Child> workers;
     for (uint32_t number = 0; number < kBranches; number++)
-        workers.emplace_back([&, number] {
-            return asProcess([&](Session &session) {
-                Worker worker(session, common->root, common->nodes[number]);
-                const bool done = worker.run();
-                common->branches[number] = worker.result();
-                return done;
-            });
-        });
-    for (Child &worker : workers)
-        EXPECT_EQ(worker.join(), 0);
-    EXPECT_EQ(Child([&] {
-                  return asProcess([&](Session &session) {
-                      return std::equal(
-                          common->nodes, std::end(common->nodes), common->branches,
+        workers.push_back(worker(folder, number, kOperations));
+    for (Child &one : workers)
+        EXPECT_EQ(one.join(), 0);
+    Child reader = process(folder, [&](Session &session) {
+        return std::equal(common->nodes, std::end(common->nodes), common->branches,
                           [&](uint32_t node, const Branch &branch) { return holds(session, node, branch); });
-                  });
-              }).join(),
-              0);
+    });
+    EXPECT_EQ(reader.join(), 0);
     EXPECT_EQ(folder.faults(), "");
+}
+
+TEST_P(SharedTree, HasTheSameBytesOnEveryKindOfMedium) {
+    const std::string images = imagesAfterWork(GetParam());
+    EXPECT_EQ(images.size(), 4 * kMediumBytes);
+    EXPECT_TRUE(images == imagesAfterWork(kMediaKinds[0])) << "they differ from those of memory media";
 }
 
 }  // namespace
