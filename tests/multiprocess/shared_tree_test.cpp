@@ -173,7 +173,7 @@ TEST_P(SharedTree, HoldsWhatEveryProcessPutIntoItsBranch) {
 
 TEST_P(SharedTree, HasTheSameBytesOnEveryKindOfMedium) {
     const std::string images = imagesAfterWork(GetParam());
-    EXPECT_EQ(images.size(), 4 * kMediumBytes);
+    EXPECT_GT(images.size(), 4 * kMediumBytes) << "data of values are appended";
     EXPECT_TRUE(images == imagesAfterWork(kMediaKinds[0])) << "they differ from those of memory media";
 }
 
