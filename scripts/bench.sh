@@ -1,10 +1,35 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Builds and runs the benchmarks. Installs what is missing (as root). Arguments
-# are handed on to the benchmark program, for example --benchmark_filter=tr-181.
+# Builds and runs the benchmarks and prints their tables (docs/PERFORMANCE.md).
+# Installs what is missing, other stores to compare with among it (as root).
+#   scripts/bench.sh [--quick] [GROUP...]    default: all groups of tavdb_benchmark
+# Every figure goes to build/release/benchmarks/figures.json, all runs of a group
+# to GROUP.json beside it. --quick repeats less, for a first look.
 . "$(dirname "$0")/common.sh"
+
+repetitions=15 seconds=0.05
+if [ "${1:-}" = --quick ]; then
+    repetitions=5 seconds=0.01
+    shift
+fi
 
 # shellcheck disable=SC2086
 need_packages $packages_build $packages_test $packages_bench
 build release tavdb_benchmark
-exec "$project/build/release/bin/tavdb_benchmark" "$@"
+program=$project/build/release/bin/tavdb_benchmark
+results=$project/build/release/benchmarks
+mkdir -p "$results"
+
+groups=("$@")
+if [ ${#groups[@]} -eq 0 ]; then
+    mapfile -t groups < <("$program" 2>&1 | sed -n 's/^  //p')
+fi
+files=()
+for group in "${groups[@]}"; do
+    say "measuring $group"
+    # in rounds that are shuffled, so that what slows the machine down for a while hits all alike
+    "$program" "$group" --benchmark_enable_random_interleaving=true --benchmark_repetitions=$repetitions \
+        --benchmark_min_time=$seconds --benchmark_out="$results/$group.json" >/dev/null || die "the group $group failed"
+    files+=("$results/$group.json")
+done
+python3 "$project/benchmarks/table.py" "$results/figures.json" "${files[@]}"

@@ -9,7 +9,7 @@ jobs=$(nproc)
 packages_build="cmake ninja-build g++ pkg-config libyaml-cpp-dev libpugixml-dev nlohmann-json3-dev libcli11-dev lowdown"
 packages_test="libgtest-dev libgmock-dev abigail-tools dpkg-dev man-db"
 packages_test_all="doxygen fish zsh"
-packages_bench="libbenchmark-dev"
+packages_bench="libbenchmark-dev liblmdb-dev libtdb-dev libsqlite3-dev python3-minimal"
 packages_powerpc="g++-powerpc-linux-gnu qemu-user googletest"
 
 runtime_libraries="tavdb tavosw tavhook tavdbfile"

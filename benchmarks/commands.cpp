@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command from the start of its process to its end, and the memory that it
+// took: building databases from descriptions, and reading from a large one.
+#include <filesystem>
+
+#include "workloads.h"
+
+namespace tavdb_benchmark {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+/// Runs a program once per iteration. @param after is not measured
+void addProgram(const std::string &name, const Words &words, std::function<void()> after = {}) {
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [words, after](auto &state) {
+                                     long memoryKib = 0;
+                                     for (auto _ : state) {
+                                         const Cost cost = run(words);
+                                         if (!cost.isGood)
+                                             return state.SkipWithError((words[0] + " failed").c_str());
+                                         memoryKib = std::max(memoryKib, cost.memoryKib);
+                                         state.SetIterationTime(cost.seconds);
+                                         if (after)
+                                             after();
+                                     }
+                                     state.counters["memory_kib"] = static_cast<double>(memoryKib);
+                                 })
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+}
+
+void addBuild(const std::string &name, const std::string &file, const std::string &target) {
+    for (const char *const media : {"memory", "file"})
+        addProgram("build/" + name + '/' + media, {TAVDB_COMMAND, "build", "--media", media, file, "-o", target},
+                   [target] { std::filesystem::remove_all(target); });
+}
+
+/// A published data model of 6,483 parameters, where there is one.
+void addModel(const ScratchFolder &place) {
+    const std::string model = std::string(TAVDB_DATA_DIR) + "/tr/tr-181-2-17-0-cwmp-full.xml";
+    if (!std::filesystem::exists(model))
+        return;
+    const std::string directory = place.file("model");
+    if (!run({TAVDB_COMMAND, "build", model, "-o", directory}).isGood)
+        giveUp("building " + directory + " failed");
+    addBuild("tr-181", model, place.file("built"));
+    addProgram("command get/tr-181", {TAVDB_COMMAND, "-d", directory, "get", "/Device/RootDataModelVersion"});
+    addProgram("command tree/tr-181", {TAVDB_COMMAND, "-d", directory, "tree", "/"});
+}
+
+}  // namespace
+
+void addCommands(const ScratchFolder &place) {
+    addProgram("start of an empty program", {TAVDB_EMPTY_PROGRAM});
+    addBuild("gateway", TAVDB_GATEWAY, place.file("built"));
+    for (const uint32_t settings : {500U, 5000U, 50000U}) {
+        const std::string file = place.file(std::to_string(settings) + ".yaml");
+        writeFile(file, description(settings));
+        addBuild(std::to_string(settings), file, place.file("built"));
+    }
+    addModel(place);
+}
+
+}  // namespace tavdb_benchmark

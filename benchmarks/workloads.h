@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// The workloads, each in a file of its own. Names are "what/who/how many settings",
+// for example "read u32/memory/5000"; scripts/bench.sh makes its ratios from them.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "device.h"
+#include "scratch.h"
+
+namespace tavdb_benchmark {
+
+using Body = std::function<void(benchmark::State &)>;
+
+inline std::string nameOf(const std::string &what, const std::string &who, uint32_t settings) {
+    return what + '/' + who + '/' + std::to_string(settings);
+}
+
+inline benchmark::internal::Benchmark *add(const std::string &name, Body body) {
+    return benchmark::RegisterBenchmark(name.c_str(), std::move(body))->UseRealTime();
+}
+
+/// Runs `step` again and again; it returns whether it did what it should.
+template <typename Step>
+void measure(benchmark::State &state, Step step) {
+    for (auto _ : state) {
+        if (!step())
+            return state.SkipWithError("it failed");
+    }
+}
+
+/// Typed reads and writes, and the floor of the medium.
+void addValues(Device &device);
+/// Finding by name, walking, resetting, making and deleting.
+void addTree(Device &device);
+/// A write that is on the device afterwards.
+void addSync(Device &device);
+/// The other stores, with the same settings.
+void addPeers(const std::string &place, uint32_t settings);
+void addLocks(Device &device);
+/// Attaching and detaching; the process must not be attached.
+void addAttach(const Directory &directory);
+/// Several processes at once; the process must not be attached.
+void addProcesses(const Directory &directory);
+/// The command as a whole process.
+void addCommands(const ScratchFolder &place);
+
+}  // namespace tavdb_benchmark
