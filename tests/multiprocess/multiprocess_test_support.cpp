@@ -165,6 +165,48 @@ int32_t DatabaseFolder::attach(uint32_t fifthWord, int32_t *error) const {
     return tavDBMInit(&wanted, error);
 }
 
+bool DatabaseFolder::removeTables() const {
+    for (const char *const table : kTableFiles)
+        if (unlink(path(table).c_str()) != 0)
+            return false;
+    return true;
+}
+
+bool DatabaseFolder::cleanUp() const {
+    if (attach() != 1)
+        return false;
+    for (const uint32_t id : sessions()) {
+        tavDBMSession session = {};
+        session.sessionId = id;
+        if (tavDBMTermSession(&session) != 0)
+            return false;
+    }
+    lock_compUnlockAll();
+    for (uint32_t id = 1; id <= kDatabases; id++)
+        while (dbs_me_db_control_term_table_entry(id) == 0) {
+        }
+    return true;
+}
+
+int DatabaseFolder::fill() const {
+    int32_t error = 0;
+    for (uint32_t i = 1; i <= kDatabases; i++)
+        if (attach(i, &error) < 1)
+            return 10;
+    if (attach(1000, &error) != -1 || error != TAVDB_ERR_DATABASES_FULL)
+        return 11;
+    tavDBMSession session = {};
+    for (uint32_t i = 1; i <= kSessions; i++)
+        if (tavDBMInitSession(&session, 1) != 0)
+            return 12;
+    if (tavDBMInitSession(&session, 1) != TAVDB_ERR_SESSIONS_FULL)
+        return 13;
+    for (uint32_t i = 1; i <= kLocks; i++)
+        if (tavDBMLock(&session, i, TAVDB_LOCK_TRY) != 0)
+            return 14;
+    return tavDBMLock(&session, kLocks + 1, TAVDB_LOCK_TRY) == TAVDB_ERR_LOCK_FULL ? 0 : 15;
+}
+
 std::vector<uint32_t> DatabaseFolder::sessions() const {
     const SessionView table(path(Table::session));
     return chain(table->slot, table->sessionHead);

@@ -83,6 +83,17 @@ public:
     /// tavDBMInit. @return the id or -1
     int32_t attach(uint32_t fifthWord = 0, int32_t *error = nullptr) const;
 
+    /// As on a fresh machine. @return whether the tables are gone
+    bool removeTables() const;
+    /// @name By a process of its own
+    /// @{
+    /// Closes all sessions, takes away all locks and all references, as nobody is left who has any. @return whether it
+    /// could
+    bool cleanUp() const;
+    /// Takes all that the tables hold, and one more of each. @return 0 when all of it was there
+    int fill() const;
+    /// @}
+
     uint32_t references(uint32_t dbId) const {
         return ControlView(path(Table::control))->entry[dbId].refCount;
     }

@@ -119,25 +119,6 @@ protected:
         return Child(
             [this, &operations, number] { return Worker(database_, *tally_, operations, 100 + number % 2).run(); });
     }
-    /// Takes all that the tables hold, and one more of each. @return 0 when all of it is there
-    int fill() {
-        int32_t error = 0;
-        for (uint32_t i = 1; i <= kDatabases; i++)
-            if (database_.attach(i, &error) < 1)
-                return 10;
-        if (database_.attach(1000, &error) != -1 || error != TAVDB_ERR_DATABASES_FULL)
-            return 11;
-        tavDBMSession session = {};
-        for (uint32_t i = 1; i <= kSessions; i++)
-            if (tavDBMInitSession(&session, 1) != 0)
-                return 12;
-        if (tavDBMInitSession(&session, 1) != TAVDB_ERR_SESSIONS_FULL)
-            return 13;
-        for (uint32_t i = 1; i <= kLocks; i++)
-            if (tavDBMLock(&session, i, TAVDB_LOCK_TRY) != 0)
-                return 14;
-        return tavDBMLock(&session, kLocks + 1, TAVDB_LOCK_TRY) == TAVDB_ERR_LOCK_FULL ? 0 : 15;
-    }
     /// Uses each table once, so that the death of the last holder of each mutex is noticed.
     void useEachTable() {
         Child child([&] {
@@ -173,23 +154,10 @@ TEST_F(RandomKills, LeaveEveryRecordInExactlyOneListAndTheCountsRight) {
 
 TEST_F(RandomKills, LoseNothingOfTheCapacitiesWhenTheDeadAreCleanedUp) {
     killMany(plannedKills() / 2);
-    Child cleaner([&] {
-        if (database_.attach() != 1)
-            return 1;
-        for (const uint32_t id : database_.sessions()) {
-            tavDBMSession session = {};
-            session.sessionId = id;
-            if (tavDBMTermSession(&session) != 0)
-                return 2;
-        }
-        lock_compUnlockAll();
-        while (dbs_me_db_control_term_table_entry(1) == 0) {
-        }
-        return 0;
-    });
+    Child cleaner([&] { return database_.cleanUp() ? 0 : 1; });
     ASSERT_EQ(joinInTime(cleaner), 0);
     EXPECT_EQ(database_.faults(), "");
-    Child user([&] { return fill(); });
+    Child user([&] { return database_.fill(); });
     EXPECT_EQ(joinInTime(user), 0);
 }
 
