@@ -9,13 +9,14 @@
 #include <random>
 
 #include "multiprocess/multiprocess_test_support.h"
+#include "rounds.h"
 
 namespace tavdb_test {
 namespace {
 
 constexpr uint32_t kWorkers = 3;
-constexpr uint32_t kKills = 200;          ///< unless TAVDB_TEST_KILLS says how many
-constexpr uint32_t kMostOperations = 40;  ///< between the start of a worker and its death
+constexpr uint32_t kKills = kSlow ? 200 : 1500;  ///< unless TAVDB_TEST_KILLS says how many
+constexpr uint32_t kMostOperations = 40;         ///< between the start of a worker and its death
 constexpr uint32_t kWorkersDatabase = 1;
 
 uint32_t plannedKills() {
