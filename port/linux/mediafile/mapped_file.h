@@ -37,26 +37,28 @@ private:
 
 /// Copies size to 2 * size bytes as two blocks that may overlap, without a call.
 template <size_t size>
-void copyEnds(void *to, const void *from, size_t length) {
+void copyEnds(char *to, const char *from, size_t length) {
     struct Block {
         char bytes[size];
     };
     Block head;
     Block tail;
     memcpy(&head, from, size);
-    memcpy(&tail, static_cast<const char *>(from) + (length - size), size);
+    memcpy(&tail, from + (length - size), size);
     memcpy(to, &head, size);
-    memcpy(static_cast<char *>(to) + (length - size), &tail, size);
+    memcpy(to + (length - size), &tail, size);
 }
 
-/// memcpy, with the lengths of records done in place.
-inline void copyBytes(void *to, const void *from, size_t length) {
-    if (length >= 16 && length <= 32)
+/// memcpy, with the lengths of records and of numbers done in place.
+inline void copyBytes(char *to, const char *from, size_t length) {
+    if (length - 16 <= 32) {  // records
+        copyEnds<16>(to, from, length < 32 ? length : 32);
         copyEnds<16>(to, from, length);
-    else if (length > 32 && length <= 64)
-        copyEnds<32>(to, from, length);
-    else
+    } else if (length - 4 <= 4) {
+        copyEnds<4>(to, from, length);
+    } else {
         memcpy(to, from, length);
+    }
 }
 
 class alignas(64) MappedFile {
@@ -67,13 +69,13 @@ public:
         // The size first: a mapping that is published is never smaller than a size published after it.
         if (uint64_t{offset} + length > readable_.get())
             return false;
-        copyBytes(buffer, base_.get() + offset, length);
+        copyBytes(static_cast<char *>(buffer), base_.get() + offset, length);
         return true;
     }
     bool copyIn(const void *buffer, uint32_t length, uint32_t offset) {
         if (uint64_t{offset} + length > writable_.get())
             return false;
-        copyBytes(base_.get() + offset, buffer, length);
+        copyBytes(base_.get() + offset, static_cast<const char *>(buffer), length);
         return true;
     }
     /// The text that it was opened with.
