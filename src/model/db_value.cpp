@@ -14,6 +14,7 @@
 #include "control/db_trace.h"
 #include "platform/hook_library.h"
 #include "platform/os_wrapper.h"
+#include "storage/db_media.h"
 #include "storage/db_medium_access.h"
 #include "tavdb_modules.h"
 
@@ -63,7 +64,7 @@ int32_t failDataOpen(tavDBMSession *session, uint32_t key, int32_t descriptor, u
 template <typename Transfer>
 int32_t accessData(tavDBMSession *session, const tavDBMValue &record, int32_t transferCode, Site site,
                    Transfer transfer) {
-    const tavDBMMediaEntry *const entry = getMedia(session, record.dataMedia);
+    const tavDBMMediaEntry *const entry = mediumOf(session, record.dataMedia);
     if (entry == nullptr) {
         traceError(site + kDataMedium, record.key, record.dataMedia);
         return 0;  // deliberate: the medium's error is in the session

@@ -2,6 +2,7 @@
 #include "storage/db_medium_access.h"
 
 #include "control/db_control.h"
+#include "storage/db_media.h"
 
 namespace tavdb {
 
@@ -82,7 +83,7 @@ void *readRecord(tavDBMSession *session, const RecordReader &reader, uint32_t ke
         failDatabase(session, kind, key, reader.site);
         return nullptr;
     }
-    const tavDBMMediaEntry *const entry = getMedia(session, static_cast<int32_t>(description->*kind.media));
+    const tavDBMMediaEntry *const entry = mediumOf(session, static_cast<int32_t>(description->*kind.media));
     if (entry == nullptr) {
         traceMedium(kind, key, reader.site);
         return nullptr;
