@@ -11,7 +11,6 @@ extern "C" {
 #include "gateway/directory.h"
 }
 #include "scratch.h"
-#include "tavdb_modules.h"
 
 namespace tavdb_benchmark {
 
@@ -89,19 +88,6 @@ std::vector<uint32_t> Device::leaves(Kind kind) const {
     for (const uint32_t i : shuffled(directory_.settings(), kind))
         keys.push_back(leaf(i));
     return keys;
-}
-
-std::vector<Places> Device::places(Kind kind) {
-    std::vector<Places> found;
-    for (const uint32_t key : leaves(kind)) {
-        tavDBMLeaf record;
-        tavDBMValue value;
-        if (comp_getLeaf(&session_, key, &record) == nullptr ||
-            value_get(&session_, record.currentValue, &value) == nullptr)
-            giveUp("a setting cannot be read");
-        found.push_back({key, record.currentValue, value.constraintKey, value.dataOffset});
-    }
-    return found;
 }
 
 }  // namespace tavdb_benchmark

@@ -41,14 +41,6 @@ private:
     pid_t server_ = -1;
 };
 
-/// Where the records of a setting stand on their media.
-struct Places {
-    uint32_t component;
-    uint32_t value;
-    uint32_t constraint;  ///< 0: none
-    uint32_t data;
-};
-
 /// A process attached to a directory, with a session.
 class Device {
 public:
@@ -69,7 +61,6 @@ public:
     }
     /// The components of all settings of a kind in the order of shuffled().
     std::vector<uint32_t> leaves(Kind kind) const;
-    std::vector<Places> places(Kind kind);
 
 private:
     void collectLeaves(uint32_t node, int levelsBelow);

@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "floor.h"
 
+#include "tavdb_modules.h"
+
 namespace tavdb_benchmark {
 
 namespace {
-
-constexpr int32_t kLeafBytes = 40;
-constexpr int32_t kValueBytes = 28;
-constexpr int32_t kConstraintBytes = 8;
-constexpr int32_t kRangeBytes = 20;
 
 void readOne(const FloorMedium &medium, void *buffer, int32_t length, uint32_t offset) {
     const int32_t fd = medium.open(medium.hint.c_str());
@@ -16,24 +13,29 @@ void readOne(const FloorMedium &medium, void *buffer, int32_t length, uint32_t o
     medium.close(fd);
 }
 
-}  // namespace
-
-void Floor::read(const Places &places, void *buffer, int32_t length) const {
-    char record[kLeafBytes];
-    readOne(media_[kComponents], record, kLeafBytes, places.component);
-    readOne(media_[kValues], record, kValueBytes, places.value);
-    readOne(media_[kData], buffer, length, places.data);
+template <typename Record>
+Record readRecord(const FloorMedium &medium, uint32_t offset) {
+    Record record;
+    readOne(medium, &record, sizeof record, offset);
+    return record;
 }
 
-void Floor::write(const Places &places, const void *bytes, int32_t length) const {
-    char record[kLeafBytes];
-    readOne(media_[kComponents], record, kLeafBytes, places.component);
-    readOne(media_[kValues], record, kValueBytes, places.value);
-    readOne(media_[kConstraints], record, kConstraintBytes, places.constraint);
-    readOne(media_[kConstraints], record, kRangeBytes, places.constraint);
+}  // namespace
+
+void Floor::read(uint32_t leaf, void *buffer, int32_t length) const {
+    const auto record = readRecord<tavDBMLeaf>(media_[kComponents], leaf);
+    const auto value = readRecord<tavDBMValue>(media_[kValues], record.currentValue);
+    readOne(media_[kData], buffer, length, value.dataOffset);
+}
+
+void Floor::write(uint32_t leaf, const void *data, int32_t length) const {
+    const auto record = readRecord<tavDBMLeaf>(media_[kComponents], leaf);
+    const auto value = readRecord<tavDBMValue>(media_[kValues], record.currentValue);
+    readRecord<tavDBMConstraint>(media_[kConstraints], value.constraintKey);
+    readRecord<tavDBMRangeU32>(media_[kConstraints], value.constraintKey);
     const FloorMedium &medium = media_[kData];
     const int32_t fd = medium.open(medium.hint.c_str());
-    medium.write(fd, bytes, length, places.data);
+    medium.write(fd, data, length, value.dataOffset);
     medium.close(fd);
 }
 

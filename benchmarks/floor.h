@@ -27,10 +27,10 @@ class Floor {
 public:
     virtual ~Floor() = default;
 
-    /// Three accesses of 40, 28 and `length` bytes.
-    void read(const Places &places, void *buffer, int32_t length) const;
+    /// Three accesses of 40, 28 and `length` bytes; where the next one is, the one before it tells.
+    void read(uint32_t leaf, void *buffer, int32_t length) const;
     /// Five accesses: 40, 28, the 8 and 20 bytes of a range, and the `length` bytes written.
-    void write(const Places &places, const void *data, int32_t length) const;
+    void write(uint32_t leaf, const void *data, int32_t length) const;
 
 protected:
     enum Role : uint8_t { kComponents, kValues, kConstraints, kData };

@@ -68,14 +68,14 @@ using MakeFloor = std::unique_ptr<Floor> (*)(const Directory &);
 void addFloorOf(Device &device, MakeFloor make, const char *prefix, bool isOne) {
     const std::string who = device.directory().media() + " floor";
     const uint32_t settings = device.directory().settings();
-    const auto places = [&device, isOne] {
-        auto all = device.places(Kind::u32);
+    const auto leaves = [&device, isOne] {
+        auto all = device.leaves(Kind::u32);
         all.resize(isOne ? 1 : all.size());
-        return Round<Places>(std::move(all));
+        return Round<uint32_t>(std::move(all));
     };
-    add(nameOf(std::string("read ") + prefix, who, settings), [&device, make, places](auto &state) {
+    add(nameOf(std::string("read ") + prefix, who, settings), [&device, make, leaves](auto &state) {
         const auto floor = make(device.directory());
-        auto round = places();
+        auto round = leaves();
         uint32_t value = 0;
         measure(state, [&] {
             floor->read(round.next(), &value, sizeof value);
@@ -83,9 +83,9 @@ void addFloorOf(Device &device, MakeFloor make, const char *prefix, bool isOne) 
         });
         benchmark::DoNotOptimize(value);
     });
-    add(nameOf(std::string("write ") + prefix, who, settings), [&device, make, places](auto &state) {
+    add(nameOf(std::string("write ") + prefix, who, settings), [&device, make, leaves](auto &state) {
         const auto floor = make(device.directory());
-        auto round = places();
+        auto round = leaves();
         const uint32_t value = 1492;
         measure(state, [&] {
             floor->write(round.next(), &value, sizeof value);

@@ -94,7 +94,8 @@ int32_t constraint_set(tavDBMSession *session, const void *header) {
 }
 
 void *constraint_get(tavDBMSession *session, uint32_t key, void *buffer) {
-    return readRecord(session, kConstraintHeader, key, buffer, kHeaderBytes, {__func__, 120});
+    static constexpr RecordReader reader = {kConstraintHeader, kHeaderBytes, {__func__, 120}, nullptr};
+    return readRecord(session, reader, key, buffer);
 }
 
 int32_t constraint_getType(tavDBMSession *session, uint32_t key) {

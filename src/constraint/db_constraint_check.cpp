@@ -134,25 +134,39 @@ TAVDB_VALUE_TYPES(TAVDB_RULES)
 using Check = int32_t (*)(tavDBMSession *session, uint32_t key, int32_t valueType, const void *value, int32_t length);
 
 struct TypeChecks {
-    int32_t code;
     Check range;
     Check enumeration;
 };
 
+/// By type code, from kFirstCode on.
 constexpr TypeChecks kChecks[] = {
-#define TAVDB_CHECKS(suffix, apiSuffix, type) {ValueType<type>::code, checkRange##suffix, checkEnum##suffix},
+#define TAVDB_CHECKS(suffix, apiSuffix, type) {checkRange##suffix, checkEnum##suffix},
     TAVDB_VALUE_TYPES(TAVDB_CHECKS)
 #undef TAVDB_CHECKS
 };
 
+constexpr uint32_t kFirstCode = TAVDB_TYPE_S8;
+constexpr uint32_t kNextCode = kFirstCode + sizeof kChecks / sizeof kChecks[0];
+
+/// Whether the types stand in kChecks by their codes.
+constexpr bool areInOrder() {
+    uint32_t code = kFirstCode;
+    bool isOrdered = true;
+#define TAVDB_IN_ORDER(suffix, apiSuffix, type) \
+    isOrdered = isOrdered && ValueType<type>::code == static_cast<int32_t>(code++);
+    TAVDB_VALUE_TYPES(TAVDB_IN_ORDER)
+#undef TAVDB_IN_ORDER
+    return isOrdered;
+}
+static_assert(areInOrder());
+
 Check findCheck(int32_t constraintType) {
-    for (const TypeChecks &checks : kChecks) {
-        if (constraintType == checks.code)
-            return checks.range;
-        if (constraintType == checks.code << TAVDB_ENUMERATION_SHIFT)
-            return checks.enumeration;
-    }
-    return nullptr;
+    const auto type = static_cast<uint32_t>(constraintType);
+    if (type >= kFirstCode && type < kNextCode)
+        return kChecks[type - kFirstCode].range;
+    const uint32_t code = type >> TAVDB_ENUMERATION_SHIFT;
+    const bool isEnumeration = code << TAVDB_ENUMERATION_SHIFT == type && code >= kFirstCode && code < kNextCode;
+    return isEnumeration ? kChecks[code - kFirstCode].enumeration : nullptr;
 }
 
 }  // namespace

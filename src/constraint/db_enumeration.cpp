@@ -112,7 +112,8 @@ void *enum_new(tavDBMSession *session, void *record) {
 }
 
 void *enum_get(tavDBMSession *session, uint32_t key, void *buffer) {
-    return readRecord(session, kTypedConstraint, key, buffer, sizeof(tavDBMEnumeration), {__func__, 160});
+    static constexpr RecordReader reader = {kTypedConstraint, sizeof(tavDBMEnumeration), {__func__, 160}, nullptr};
+    return readRecord(session, reader, key, buffer);
 }
 
 int32_t enum_set(tavDBMSession *session, const void *record) {

@@ -23,15 +23,15 @@ void traceReturn(const char *function) {
 }
 
 void traceDebugText(Site site, const char *text) {
-    dbs_me_debug_trace(kRemarkLevel, "%s():[Debug]:[%d][%s]\n", site.function, site.number, printable(text));
+    dbs_me_debug_trace(kRemarkLevel, "%s():[Debug]:[%d][%s]\n", site.function, site.printed(), printable(text));
 }
 
 void traceErrorText(Site site, const char *text) {
-    dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][%s]\n", site.function, site.number, printable(text));
+    dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][%s]\n", site.function, site.printed(), printable(text));
 }
 
 void traceErrorCodeText(Site site, int32_t code, const char *text) {
-    dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][0x%8x][%s]\n", site.function, site.number,
+    dbs_me_debug_trace(kErrorLevel, "%s():[Error]:[%d][0x%8x][%s]\n", site.function, site.printed(),
                        static_cast<uint32_t>(code), printable(text));
 }
 
@@ -42,7 +42,7 @@ int32_t failFields(tavDBMSession *session, int32_t code, uint32_t detail, Site s
 
 void traceErrorFields(Site site, Fields fields) {
     const char *const f = site.function;
-    const int32_t n = site.number;
+    const int32_t n = site.printed();
     const uint32_t *const w = fields.words;
     switch (fields.count) {
         case 0:

@@ -11,10 +11,14 @@
 
 namespace tavdb {
 
-/// Where a trace line comes from.
+/// Where a trace line comes from. The number is as wide as the address, so that a site is handed over without padding.
 struct Site {
     const char *function;
-    int32_t number;
+    intptr_t number;
+
+    constexpr int32_t printed() const {
+        return static_cast<int32_t>(number);
+    }
 
     /// The site that stands this far behind, in functions whose sites follow each other.
     constexpr Site operator+(int32_t offset) const {

@@ -18,69 +18,75 @@ namespace {
 /// Sites of the frame, behind the first site of each function that uses it.
 enum FrameStep : int32_t { kNotLeaf, kNullArgument, kPreHook, kPostHook };
 
-/// What an access works on.
-struct Target {
-    uint32_t valueKey;
-    const tavDBMHook *hook;
+/// The functions of a hook around an access, and the codes of their failures.
+struct HookSteps {
+    tavDBMHookFunction tavDBMHook::*before;
+    tavDBMHookFunction tavDBMHook::*after;
+    int32_t beforeCode;
+    int32_t afterCode;
+};
+constexpr HookSteps kAroundReads = {&tavDBMHook::preRead, &tavDBMHook::postRead, TAVDB_ERR_PRE_READ,
+                                    TAVDB_ERR_POST_READ};
+constexpr HookSteps kAroundWrites = {&tavDBMHook::preWrite, &tavDBMHook::postWrite, TAVDB_ERR_PRE_WRITE,
+                                     TAVDB_ERR_POST_WRITE};
+
+using AccessValue = int32_t (*)(tavDBMSession *session, uint32_t valueKey, void *data, int32_t *length);
+
+/// What one function does with which of a leaf's values. A constant for each, so that a call hands over one address.
+struct LeafAccess {
+    uint32_t tavDBMLeaf::*valueKey;
+    AccessValue run;
+    const HookSteps &steps;
+    Site site;
 };
 
-/// Finds a leaf's value and hook. @return 0, or the code recorded
-int32_t findTarget(tavDBMSession *session, uint32_t component, uint32_t tavDBMLeaf::*valueKey, Target &target,
-                   Site site) {
+/// What an access works on.
+struct Target {
+    uint32_t component;
+    uint32_t valueKey;
+    void *data;
+    int32_t *length;
+};
+
+int32_t runStep(tavDBMSession *session, tavDBMHookFunction function, const Target &target, int32_t code, Site site) {
+    const int32_t result = runHook(function, target.valueKey, target.data, target.length);
+    return result != 0 ? fail(session, code, static_cast<uint32_t>(result), site, target.component, result) : 0;
+}
+
+int32_t accessWithHook(tavDBMSession *session, const LeafAccess &access, const tavDBMHook &hook, const Target &target) {
+    const HookSteps &steps = access.steps;
+    const int32_t refused = runStep(session, hook.*steps.before, target, steps.beforeCode, access.site + kPreHook);
+    if (refused != 0)
+        return refused;
+    const int32_t failed = access.run(session, target.valueKey, target.data, target.length);
+    if (failed != 0)
+        return failed;
+    return runStep(session, hook.*steps.after, target, steps.afterCode, access.site + kPostHook);
+}
+
+int32_t accessLeaf(tavDBMSession *session, uint32_t component, const LeafAccess &access, void *data, int32_t *length) {
     tavDBMLeaf leaf;
     if (comp_getLeaf(session, component, &leaf) == nullptr)
         return lastError(session);
     if (leaf.component.kind != TAVDB_KIND_LEAF)
-        return fail(session, TAVDB_ERR_NOT_LEAF, 0, site + kNotLeaf, component, leaf.component.kind);
-    target = {leaf.*valueKey, findHook(session, leaf.hookId)};
-    return 0;
+        return fail(session, TAVDB_ERR_NOT_LEAF, 0, access.site + kNotLeaf, component, leaf.component.kind);
+    const uint32_t valueKey = leaf.*access.valueKey;
+    const tavDBMHook *const hook = findHook(session, leaf.hookId);
+    if (data == nullptr || length == nullptr)
+        return fail(session, TAVDB_ERR_NULL_ARGUMENT, 0, access.site + kNullArgument, component);
+    if (hook != nullptr)
+        return accessWithHook(session, access, *hook, {component, valueKey, data, length});
+    return access.run(session, valueKey, data, length);
 }
 
-int32_t hookRefused(tavDBMSession *session, int32_t code, int32_t result, uint32_t component, Site site) {
-    return fail(session, code, static_cast<uint32_t>(result), site, component, result);
+int32_t writeValue(tavDBMSession *session, uint32_t valueKey, void *data, int32_t *length) {
+    return value_setGeneric(session, valueKey, data, *length);
 }
 
-using ReadValue = int32_t (*)(tavDBMSession *session, uint32_t valueKey, void *buffer, int32_t *length);
-
-int32_t readLeaf(tavDBMSession *session, uint32_t component, uint32_t tavDBMLeaf::*valueKey, void *buffer,
-                 int32_t *length, ReadValue read, Site site) {
-    Target target;
-    const int32_t code = findTarget(session, component, valueKey, target, site);
-    if (code != 0)
-        return code;
-    if (buffer == nullptr || length == nullptr)
-        return fail(session, TAVDB_ERR_NULL_ARGUMENT, 0, site + kNullArgument, component);
-    if (target.hook == nullptr)
-        return read(session, target.valueKey, buffer, length);
-    const int32_t refused = runHook(target.hook->preRead, target.valueKey, buffer, length);
-    if (refused != 0)
-        return hookRefused(session, TAVDB_ERR_PRE_READ, refused, component, site + kPreHook);
-    const int32_t failed = read(session, target.valueKey, buffer, length);
-    if (failed != 0)
-        return failed;
-    const int32_t rejected = runHook(target.hook->postRead, target.valueKey, buffer, length);
-    return rejected != 0 ? hookRefused(session, TAVDB_ERR_POST_READ, rejected, component, site + kPostHook) : 0;
-}
-
-int32_t writeLeaf(tavDBMSession *session, uint32_t component, uint32_t tavDBMLeaf::*valueKey, const void *data,
-                  int32_t length, Site site) {
-    Target target;
-    const int32_t code = findTarget(session, component, valueKey, target, site);
-    if (code != 0)
-        return code;
-    if (data == nullptr)
-        return fail(session, TAVDB_ERR_NULL_ARGUMENT, 0, site + kNullArgument, component);
-    if (target.hook == nullptr)
-        return value_setGeneric(session, target.valueKey, data, length);
-    void *const bytes = const_cast<void *>(data);  // a pre-write hook may change them in place
-    const int32_t refused = runHook(target.hook->preWrite, target.valueKey, bytes, &length);
-    if (refused != 0)
-        return hookRefused(session, TAVDB_ERR_PRE_WRITE, refused, component, site + kPreHook);
-    const int32_t failed = value_setGeneric(session, target.valueKey, bytes, length);
-    if (failed != 0)
-        return failed;
-    const int32_t rejected = runHook(target.hook->postWrite, target.valueKey, bytes, &length);
-    return rejected != 0 ? hookRefused(session, TAVDB_ERR_POST_WRITE, rejected, component, site + kPostHook) : 0;
+/// A pre-write hook may change the data in place, and the length: that of this call only.
+int32_t writeLeaf(tavDBMSession *session, uint32_t component, const LeafAccess &access, const void *data,
+                  int32_t length) {
+    return accessLeaf(session, component, access, const_cast<void *>(data), &length);
 }
 
 int32_t readRaw(tavDBMSession *session, uint32_t valueKey, void *buffer, int32_t *length) {
@@ -120,27 +126,33 @@ int32_t currentLength(tavDBMSession *session, uint32_t component, int32_t none) 
 using namespace tavdb;
 
 int32_t tavDBMGetGeneric(tavDBMSession *session, uint32_t component, void *buffer, int32_t *length) {
-    return readLeaf(session, component, &tavDBMLeaf::currentValue, buffer, length, value_getGeneric, {__func__, 100});
+    static constexpr LeafAccess access = {&tavDBMLeaf::currentValue, value_getGeneric, kAroundReads, {__func__, 100}};
+    return accessLeaf(session, component, access, buffer, length);
 }
 
 int32_t tavDBMGetDefaultGeneric(tavDBMSession *session, uint32_t component, void *buffer, int32_t *length) {
-    return readLeaf(session, component, &tavDBMLeaf::defaultValue, buffer, length, value_getGeneric, {__func__, 110});
+    static constexpr LeafAccess access = {&tavDBMLeaf::defaultValue, value_getGeneric, kAroundReads, {__func__, 110}};
+    return accessLeaf(session, component, access, buffer, length);
 }
 
 int32_t tavDBMGetFactoryGeneric(tavDBMSession *session, uint32_t component, void *buffer, int32_t *length) {
-    return readLeaf(session, component, &tavDBMLeaf::factoryValue, buffer, length, value_getGeneric, {__func__, 120});
+    static constexpr LeafAccess access = {&tavDBMLeaf::factoryValue, value_getGeneric, kAroundReads, {__func__, 120}};
+    return accessLeaf(session, component, access, buffer, length);
 }
 
 int32_t tavDBMGetCreateListGeneric(tavDBMSession *session, uint32_t component, void *buffer, int32_t *length) {
-    return readLeaf(session, component, &tavDBMLeaf::currentValue, buffer, length, readRaw, {__func__, 130});
+    static constexpr LeafAccess access = {&tavDBMLeaf::currentValue, readRaw, kAroundReads, {__func__, 130}};
+    return accessLeaf(session, component, access, buffer, length);
 }
 
 int32_t tavDBMSetGeneric(tavDBMSession *session, uint32_t component, const void *data, int32_t length) {
-    return writeLeaf(session, component, &tavDBMLeaf::currentValue, data, length, {__func__, 140});
+    static constexpr LeafAccess access = {&tavDBMLeaf::currentValue, writeValue, kAroundWrites, {__func__, 140}};
+    return writeLeaf(session, component, access, data, length);
 }
 
 int32_t tavDBMSetDefaultGeneric(tavDBMSession *session, uint32_t component, const void *data, int32_t length) {
-    return writeLeaf(session, component, &tavDBMLeaf::defaultValue, data, length, {__func__, 150});
+    static constexpr LeafAccess access = {&tavDBMLeaf::defaultValue, writeValue, kAroundWrites, {__func__, 150}};
+    return writeLeaf(session, component, access, data, length);
 }
 
 #define TAVDB_TYPED(suffix, apiSuffix, type)                                                \
@@ -205,8 +217,9 @@ int32_t tavDBMCopy(tavDBMSession *session, uint32_t source, uint32_t destination
     }
     memset(buffer.get(), 0, static_cast<size_t>(destinationLength));
     int32_t length = sourceLength < destinationLength ? sourceLength : destinationLength;
-    const int32_t code = readLeaf(session, source, &tavDBMLeaf::currentValue, buffer.get(), &length, readOrFail,
-                                  {"tavDBMGetGeneric", 100});
+    static constexpr LeafAccess access = {
+        &tavDBMLeaf::currentValue, readOrFail, kAroundReads, {"tavDBMGetGeneric", 100}};
+    const int32_t code = accessLeaf(session, source, access, buffer.get(), &length);
     if (code != 0)
         return code;  // nothing was read, so nothing is overwritten
     return tavDBMSetGeneric(session, destination, buffer.get(), destinationLength);

@@ -31,16 +31,8 @@ static_assert(offsetof(tavDBMLeaf, defaultValue) == 28);
 static_assert(offsetof(tavDBMLeaf, factoryValue) == 32);
 static_assert(offsetof(tavDBMLeaf, hookId) == 36);
 
-/// Reads a record that key 0 cannot name.
-void *readKeyed(tavDBMSession *session, uint32_t key, void *buffer, int32_t sizeBytes, Site site) {
-    const tavDBMMediaEntry *const entry = findMedium(session, kComponentRecord, key, site).entry;
-    if (entry == nullptr)
-        return nullptr;
-    if (key == 0) {
-        fail(session, TAVDB_ERR_NO_COMPONENT, 0, site + kNoKey, key);
-        return nullptr;
-    }
-    return readFrom(*entry, session, kComponentRecord, key, buffer, sizeBytes, site);
+void refuseKey0(tavDBMSession *session, Site site) {
+    fail(session, TAVDB_ERR_NO_COMPONENT, 0, site, 0);
 }
 
 /// Reserves a record and sets its key and kind; the rest of the buffer stays.
@@ -126,15 +118,18 @@ int32_t comp_term() {
 
 void *comp_getComponent(tavDBMSession *session, uint32_t key, void *buffer) {
     // deliberate: key 0 is not refused here
-    return readRecord(session, kComponentRecord, key, buffer, sizeof(tavDBMComponent), {__func__, 100});
+    static constexpr RecordReader reader = {kComponentRecord, sizeof(tavDBMComponent), {__func__, 100}, nullptr};
+    return readRecord(session, reader, key, buffer);
 }
 
 void *comp_getNode(tavDBMSession *session, uint32_t key, void *buffer) {
-    return readKeyed(session, key, buffer, sizeof(tavDBMNode), {__func__, 110});
+    static constexpr RecordReader reader = {kComponentRecord, sizeof(tavDBMNode), {__func__, 110}, refuseKey0};
+    return readRecord(session, reader, key, buffer);
 }
 
 void *comp_getLeaf(tavDBMSession *session, uint32_t key, void *buffer) {
-    return readKeyed(session, key, buffer, sizeof(tavDBMLeaf), {__func__, 120});
+    static constexpr RecordReader reader = {kComponentRecord, sizeof(tavDBMLeaf), {__func__, 120}, refuseKey0};
+    return readRecord(session, reader, key, buffer);
 }
 
 int32_t comp_setComponent(tavDBMSession *session, const void *record) {

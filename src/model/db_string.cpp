@@ -91,7 +91,8 @@ int32_t str_setEntry(tavDBMSession *session, const void *entry) {
 }
 
 void *tavdb_getStrEntry(tavDBMSession *session, uint32_t key, void *buffer) {
-    return readRecord(session, kStringEntry, key, buffer, kEntryBytes, {__func__, 120});
+    static constexpr RecordReader reader = {kStringEntry, kEntryBytes, {__func__, 120}, nullptr};
+    return readRecord(session, reader, key, buffer);
 }
 
 char *tavdb_getString(tavDBMSession *session, uint32_t key, char *buffer, int32_t size) {

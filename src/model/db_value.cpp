@@ -14,6 +14,7 @@
 #include "control/db_trace.h"
 #include "platform/hook_library.h"
 #include "platform/os_wrapper.h"
+#include "storage/db_media.h"
 #include "storage/db_medium_access.h"
 #include "tavdb_modules.h"
 
@@ -54,9 +55,8 @@ int32_t smaller(int32_t a, int32_t b) {
 /// Sites of an access to a value's data, behind that of its missing medium.
 enum DataStep : int32_t { kDataMedium, kDataNotOpened, kDataTransfer };
 
-int32_t failDataOpen(tavDBMSession *session, uint32_t key, const OpenMedium &medium, Site site) {
-    return fail(session, TAVDB_ERR_MEDIUM_OPEN, medium.error(), site + kDataNotOpened, key, medium.descriptor(),
-                medium.error());
+int32_t failDataOpen(tavDBMSession *session, uint32_t key, int32_t descriptor, uint32_t error, Site site) {
+    return fail(session, TAVDB_ERR_MEDIUM_OPEN, error, site + kDataNotOpened, key, descriptor, error);
 }
 
 /// Opens a value's data medium for one transfer: `transfer(medium, record)` gives the count.
@@ -64,14 +64,14 @@ int32_t failDataOpen(tavDBMSession *session, uint32_t key, const OpenMedium &med
 template <typename Transfer>
 int32_t accessData(tavDBMSession *session, const tavDBMValue &record, int32_t transferCode, Site site,
                    Transfer transfer) {
-    const tavDBMMediaEntry *const entry = getMedia(session, record.dataMedia);
+    const tavDBMMediaEntry *const entry = mediumOf(session, record.dataMedia);
     if (entry == nullptr) {
         traceError(site + kDataMedium, record.key, record.dataMedia);
         return 0;  // deliberate: the medium's error is in the session
     }
     OpenMedium medium(*entry);
     if (medium.failed())
-        return failDataOpen(session, record.key, medium, site);
+        return failDataOpen(session, record.key, medium.descriptor(), medium.error(), site);
     const int32_t count = transfer(medium);
     // deliberate: the code stands in the session, a short count is accepted, the close decides the result
     if (count < 0)
@@ -85,7 +85,7 @@ uint32_t appendValue(tavDBMSession *session, tavDBMValue &record, const tavDBMMe
                      Site site) {
     OpenMedium medium(entry);
     if (medium.descriptor() == -1) {
-        failDataOpen(session, record.key, medium, site);
+        failDataOpen(session, record.key, medium.descriptor(), medium.error(), site);
         return 0;
     }
     const int32_t position = medium.seekEnd();
@@ -135,6 +135,10 @@ int32_t writeThroughHook(tavDBMSession *session, const tavDBMHook &hook, uint32_
     if (failed != 0)
         return fail(session, TAVDB_ERR_POST_WRITE, static_cast<uint32_t>(failed), site + 1, destination, failed);
     return 0;
+}
+
+void refuseKey0(tavDBMSession *session, Site site) {
+    fail(session, TAVDB_ERR_NO_VALUE, 0, site, 0, session->dbId);
 }
 
 /// A counter of calls that are entered and left in one go.
@@ -217,15 +221,8 @@ int32_t value_set(tavDBMSession *session, const void *record) {
 }
 
 void *value_get(tavDBMSession *session, uint32_t key, void *buffer) {
-    const Site site = {__func__, 150};
-    const tavDBMMediaEntry *const entry = findMedium(session, kValueRecord, key, site).entry;
-    if (entry == nullptr)
-        return nullptr;
-    if (key == 0) {
-        fail(session, TAVDB_ERR_NO_VALUE, 0, site + kNoKey, key, session->dbId);
-        return nullptr;
-    }
-    return readFrom(*entry, session, kValueRecord, key, buffer, kRecordBytes, site);
+    static constexpr RecordReader reader = {kValueRecord, kRecordBytes, {__func__, 150}, refuseKey0};
+    return readRecord(session, reader, key, buffer);
 }
 
 int32_t value_getType(tavDBMSession *session, uint32_t key) {

@@ -12,6 +12,7 @@
 #include "control/db_trace.h"
 #include "platform/os_wrapper.h"
 #include "platform/system_error.h"
+#include "storage/db_media.h"
 #include "storage/db_media_default.h"
 #include "tavdb_modules.h"
 
@@ -194,8 +195,8 @@ int32_t media_term() {
 tavDBMMediaEntry *getMedia(tavDBMSession *session, int32_t mediaId) {
     if (mediaId < 0)
         return &s_inert;  // deliberate: only the upper bound is an error
-    if (mediaId < media_table.count)
-        return &media_table.entry[mediaId];
+    if (tavDBMMediaEntry *const entry = configuredMedium(mediaId); entry != nullptr)
+        return entry;
     traceError({__func__, 240}, mediaId);
     s_debug_db_media_get_media_error.put(1, mediaId);
     session_setError(session, TAVDB_ERR_MEDIA_ID, 0);

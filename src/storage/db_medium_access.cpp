@@ -2,6 +2,7 @@
 #include "storage/db_medium_access.h"
 
 #include "control/db_control.h"
+#include "storage/db_media.h"
 
 namespace tavdb {
 
@@ -14,11 +15,28 @@ void traceTransfer(const RecordKind &kind, uint32_t key, int32_t sizeBytes, int3
         traceError(site + kTransfer, key, sizeBytes, count, error);
 }
 
-void traceMedium(const RecordKind &kind, uint32_t key, Site site) {
+[[gnu::cold]] void traceMedium(const RecordKind &kind, uint32_t key, Site site) {
+    if (!kind.tracesMedium)
+        return;
     if (kind.traceFields == TraceFields::errors)
         traceError(site + kNoMedium);
     else
         traceError(site + kNoMedium, key);
+}
+
+[[gnu::cold]] void failDatabase(tavDBMSession *session, const RecordKind &kind, uint32_t key, Site site) {
+    if (kind.traceFields == TraceFields::errors)
+        traceError(site + kNoDatabase);
+    else
+        traceError(site + kNoDatabase, key, session != nullptr ? session->dbId : 0);
+    session_setError(session, TAVDB_ERR_NOT_OPEN, 0);
+}
+
+[[gnu::cold]] void *failRead(tavDBMSession *session, const RecordReader &reader, uint32_t key, int32_t count,
+                             uint32_t error) {
+    traceTransfer(reader.kind, key, reader.sizeBytes, count, error, reader.site);
+    session_setError(session, reader.kind.readCode, error);
+    return nullptr;
 }
 
 }  // namespace
@@ -35,11 +53,7 @@ bool findMediaId(tavDBMSession *session, const RecordKind &kind, uint32_t key, S
         mediaId = static_cast<int32_t>(description->*kind.media);
         return true;
     }
-    if (kind.traceFields == TraceFields::errors)
-        traceError(site + kNoDatabase);
-    else
-        traceError(site + kNoDatabase, key, session != nullptr ? session->dbId : 0);
-    session_setError(session, TAVDB_ERR_NOT_OPEN, 0);
+    failDatabase(session, kind, key, site);
     return false;
 }
 
@@ -48,38 +62,45 @@ FoundMedium findMedium(tavDBMSession *session, const RecordKind &kind, uint32_t 
     if (!findMediaId(session, kind, key, site, found.id))
         return found;
     found.entry = getMedia(session, found.id);
-    if (found.entry == nullptr && kind.tracesMedium)
+    if (found.entry == nullptr)
         traceMedium(kind, key, site);
     return found;
 }
 
-int32_t failOpen(tavDBMSession *session, const RecordKind &kind, uint32_t key, const OpenMedium &medium, Site site) {
+int32_t failOpen(tavDBMSession *session, const RecordKind &kind, uint32_t key, int32_t descriptor, uint32_t error,
+                 Site site) {
     if (kind.traceFields == TraceFields::errors)
-        traceError(site + kNotOpened, medium.error(), medium.descriptor());
+        traceError(site + kNotOpened, error, descriptor);
     else
-        traceError(site + kNotOpened, key, medium.descriptor(), medium.error());
-    return session_setError(session, kind.openCode, medium.error());
+        traceError(site + kNotOpened, key, descriptor, error);
+    return session_setError(session, kind.openCode, error);
 }
 
-void *readFrom(const tavDBMMediaEntry &entry, tavDBMSession *session, const RecordKind &kind, uint32_t key,
-               void *buffer, int32_t sizeBytes, Site site) {
-    OpenMedium medium(entry);
-    if (medium.failed()) {
-        failOpen(session, kind, key, medium, site);
+void *readRecord(tavDBMSession *session, const RecordReader &reader, uint32_t key, void *buffer) {
+    const RecordKind &kind = reader.kind;
+    const tavDBMDescription *const description = databaseOf(session);
+    if (description == nullptr) {
+        failDatabase(session, kind, key, reader.site);
         return nullptr;
     }
-    const int32_t count = medium.read(buffer, sizeBytes, key);
-    if (count == sizeBytes || (count >= 0 && kind.acceptsShortRead))
+    const tavDBMMediaEntry *const entry = mediumOf(session, static_cast<int32_t>(description->*kind.media));
+    if (entry == nullptr) {
+        traceMedium(kind, key, reader.site);
+        return nullptr;
+    }
+    if (key == 0 && reader.refuseKey0 != nullptr) {
+        reader.refuseKey0(session, reader.site + kNoKey);
+        return nullptr;
+    }
+    OpenMedium medium(*entry);
+    if (medium.failed()) {
+        failOpen(session, kind, key, medium, reader.site);
+        return nullptr;
+    }
+    const int32_t count = medium.read(buffer, reader.sizeBytes, key);
+    if (count == reader.sizeBytes || (count >= 0 && kind.acceptsShortRead))
         return buffer;
-    traceTransfer(kind, key, sizeBytes, count, medium.error(), site);
-    session_setError(session, kind.readCode, medium.error());
-    return nullptr;
-}
-
-void *readRecord(tavDBMSession *session, const RecordKind &kind, uint32_t key, void *buffer, int32_t sizeBytes,
-                 Site site) {
-    const tavDBMMediaEntry *const entry = findMedium(session, kind, key, site).entry;
-    return entry != nullptr ? readFrom(*entry, session, kind, key, buffer, sizeBytes, site) : nullptr;
+    return failRead(session, reader, key, count, medium.error());
 }
 
 Written writeRecord(tavDBMSession *session, const RecordKind &kind, const void *record, int32_t sizeBytes, Site site) {

@@ -19,7 +19,9 @@ namespace tavdb {
 class OpenMedium {
 public:
     explicit OpenMedium(const tavDBMMediaEntry &entry)
-        : entry_(entry), fd_(entry.open(entry.hint, entry.openArg, &error_)), isOpen_(fd_ >= 0) {}
+        : entry_(entry),
+          fd_(call([&](uint32_t *error) { return entry.open(entry.hint, entry.openArg, error); })),
+          isOpen_(fd_ >= 0) {}
     ~OpenMedium() {
         close();
     }
@@ -40,13 +42,14 @@ public:
     int32_t read(void *buffer, int32_t length, uint32_t offset) {
         if (length < 0 || buffer == nullptr)
             return refuse(length < 0 ? EINVAL : EFAULT);
-        return plausible(entry_.read(fd_, buffer, length, offset, &error_), length);
+        return plausible(call([&](uint32_t *error) { return entry_.read(fd_, buffer, length, offset, error); }),
+                         length);
     }
     /// @return the bytes written, -1 as for read
     int32_t write(const void *data, int32_t length, uint32_t offset) {
         if (length < 0 || data == nullptr)
             return refuse(length < 0 ? EINVAL : EFAULT);
-        return plausible(entry_.write(fd_, data, length, offset, &error_), length);
+        return plausible(call([&](uint32_t *error) { return entry_.write(fd_, data, length, offset, error); }), length);
     }
     /// A transfer that must not reach the medium. @return -1
     int32_t refuse(uint32_t error) {
@@ -56,17 +59,25 @@ public:
     /// @return the medium's length in bytes, or -1
     int32_t seekEnd() {
         isOpen_ = true;
-        return entry_.lseek(fd_, 0, SEEK_END, &error_);
+        return call([&](uint32_t *error) { return entry_.lseek(fd_, 0, SEEK_END, error); });
     }
     /// @return the close's result; 0 when there is nothing to close
     int32_t close() {
         if (!isOpen_)
             return 0;
         isOpen_ = false;
-        return entry_.close(fd_, &error_);
+        return call([&](uint32_t *error) { return entry_.close(fd_, error); });
     }
 
 private:
+    /// The medium gets the address of a copy of the error word: the object itself can then stay in registers.
+    template <typename Function>
+    int32_t call(Function function) {
+        uint32_t error = error_;
+        const int32_t result = function(&error);
+        error_ = error;
+        return result;
+    }
     static int32_t plausible(int32_t count, int32_t length) {
         return count <= length ? count : -1;
     }
@@ -115,16 +126,25 @@ struct FoundMedium {
 /// The medium that holds a session's records; without one the failure is recorded.
 FoundMedium findMedium(tavDBMSession *session, const RecordKind &kind, uint32_t key, Site site);
 
-/// Reports a medium that did not open. @return the kind's code
-int32_t failOpen(tavDBMSession *session, const RecordKind &kind, uint32_t key, const OpenMedium &medium, Site site);
+/// Reports a medium that did not open, by what its open function gave. @return the kind's code
+[[gnu::cold]] int32_t failOpen(tavDBMSession *session, const RecordKind &kind, uint32_t key, int32_t descriptor,
+                               uint32_t error, Site site);
+inline int32_t failOpen(tavDBMSession *session, const RecordKind &kind, uint32_t key, const OpenMedium &medium,
+                        Site site) {
+    return failOpen(session, kind, key, medium.descriptor(), medium.error(), site);
+}
 
-/// Reads sizeBytes at key from a medium that was found. @return buffer, or null with the failure recorded
-void *readFrom(const tavDBMMediaEntry &entry, tavDBMSession *session, const RecordKind &kind, uint32_t key,
-               void *buffer, int32_t sizeBytes, Site site);
+/// How one function reads its records. A constant for each, so that a call hands over one address.
+struct RecordReader {
+    const RecordKind &kind;
+    int32_t sizeBytes;
+    Site site;
+    /// Records key 0 as a failure before the medium is opened, and returns; null: what stands there is read.
+    void (*refuseKey0)(tavDBMSession *session, Site site);
+};
 
-/// Reads sizeBytes at key. @return buffer, or null with the failure recorded
-void *readRecord(tavDBMSession *session, const RecordKind &kind, uint32_t key, void *buffer, int32_t sizeBytes,
-                 Site site);
+/// Reads the record at key. @return buffer, or null with the failure recorded
+void *readRecord(tavDBMSession *session, const RecordReader &reader, uint32_t key, void *buffer);
 
 /// Whether flst_m_get gave a slot: offset 0 is the medium's header and never one.
 inline bool isSlot(uint32_t key) {

@@ -264,8 +264,8 @@ int32_t MappedFile::read(void *buffer, int32_t length, uint32_t offset, int *err
     *error = refresh();
     if (*error != 0)
         return -1;
-    if (copyOut(buffer, static_cast<uint32_t>(length), offset))
-        return length;
+    if (const char *const bytes = readable(length, offset); bytes != nullptr)
+        return copyBytes(static_cast<char *>(buffer), bytes, length);
     const int32_t count = readAt(fd_, buffer, length, offset);
     *error = count < 0 ? errno : 0;
     return count;
@@ -277,8 +277,8 @@ int32_t MappedFile::write(const void *buffer, int32_t length, uint32_t offset, i
         return -1;
     const uint64_t end = uint64_t{offset} + static_cast<uint32_t>(length);
     *error = reserve(end);
-    if (copyIn(buffer, static_cast<uint32_t>(length), offset))
-        return length;
+    if (char *const bytes = writable(length, offset); bytes != nullptr)
+        return copyBytes(bytes, static_cast<const char *>(buffer), length);
     // Inside the file the bytes may have their space already, whatever the rest of it lacks.
     if (*error != 0 && *error != EOPNOTSUPP && end > size_)
         return -1;

@@ -37,44 +37,50 @@ private:
 
 /// Copies size to 2 * size bytes as two blocks that may overlap, without a call.
 template <size_t size>
-void copyEnds(void *to, const void *from, size_t length) {
+void copyEnds(char *to, const char *from, size_t length) {
     struct Block {
         char bytes[size];
     };
     Block head;
     Block tail;
     memcpy(&head, from, size);
-    memcpy(&tail, static_cast<const char *>(from) + (length - size), size);
+    memcpy(&tail, from + (length - size), size);
     memcpy(to, &head, size);
-    memcpy(static_cast<char *>(to) + (length - size), &tail, size);
+    memcpy(to + (length - size), &tail, size);
 }
 
-/// memcpy, with the lengths of records done in place.
-inline void copyBytes(void *to, const void *from, size_t length) {
-    if (length >= 16 && length <= 32)
-        copyEnds<16>(to, from, length);
-    else if (length > 32 && length <= 64)
-        copyEnds<32>(to, from, length);
-    else
-        memcpy(to, from, length);
+/// memcpy. Kept out of its callers, whose usual way then needs no registers saved. @return length
+__attribute__((noinline)) inline int32_t copyMany(char *to, const char *from, int32_t length) {
+    memcpy(to, from, static_cast<size_t>(length));
+    return length;
+}
+
+/// memcpy of more than 0 bytes, with the lengths of records and of most numbers done in place. @return length
+inline int32_t copyBytes(char *to, const char *from, int32_t length) {
+    const auto size = static_cast<size_t>(length);
+    if (size >= 16 && size <= 32) {
+        copyEnds<16>(to, from, size);
+    } else if (size >= 4 && size <= 8) {
+        copyEnds<4>(to, from, size);
+    } else if (size > 32 && size <= 64) {
+        copyEnds<16>(to, from, 32);
+        copyEnds<16>(to + (size - 32), from + (size - 32), 32);
+    } else {
+        return copyMany(to, from, length);
+    }
+    return length;
 }
 
 class alignas(64) MappedFile {
 public:
-    /// @name Any thread, no lock. @return false: not possible without the lock, nothing was copied
+    /// @name Any thread, no lock. @return where the bytes are, null: not to be reached without the lock
     /// @{
-    bool copyOut(void *buffer, uint32_t length, uint32_t offset) const {
+    const char *readable(int32_t length, uint32_t offset) const {
         // The size first: a mapping that is published is never smaller than a size published after it.
-        if (uint64_t{offset} + length > readable_.get())
-            return false;
-        copyBytes(buffer, base_.get() + offset, length);
-        return true;
+        return endOf(length, offset) <= readable_.get() ? base_.get() + offset : nullptr;
     }
-    bool copyIn(const void *buffer, uint32_t length, uint32_t offset) {
-        if (uint64_t{offset} + length > writable_.get())
-            return false;
-        copyBytes(base_.get() + offset, buffer, length);
-        return true;
+    char *writable(int32_t length, uint32_t offset) const {
+        return endOf(length, offset) <= writable_.get() ? base_.get() + offset : nullptr;
     }
     /// The text that it was opened with.
     const char *hint() const {
@@ -115,6 +121,10 @@ public:
 
 private:
     struct OldMapping;
+
+    static uint64_t endOf(int32_t length, uint32_t offset) {
+        return uint64_t{offset} + static_cast<uint32_t>(length);
+    }
 
     bool isOwnDescriptor(struct stat *status) const;
     int openRegular(const char *hint);

@@ -168,9 +168,10 @@ int32_t tavdbMemRead(int32_t fd, void *buffer, int32_t length, uint32_t offset, 
         return tavdb::failWith(err, EBADF);
     if (buffer == nullptr || length <= 0)
         return tavdb::transferNothing(buffer, length, err);
-    if (file->copyOut(buffer, static_cast<uint32_t>(length), offset))
-        return length;
-    return tavdb::readUnmapped(file, buffer, length, offset, err);
+    const char *const bytes = file->readable(length, offset);
+    if (bytes == nullptr)
+        return tavdb::readUnmapped(file, buffer, length, offset, err);
+    return tavdb::copyBytes(static_cast<char *>(buffer), bytes, length);
 }
 
 int32_t tavdbMemWrite(int32_t fd, const void *buffer, int32_t length, uint32_t offset, uint32_t *err) {
@@ -179,9 +180,10 @@ int32_t tavdbMemWrite(int32_t fd, const void *buffer, int32_t length, uint32_t o
         return tavdb::failWith(err, EBADF);
     if (buffer == nullptr || length <= 0)
         return tavdb::transferNothing(buffer, length, err);
-    if (file->copyIn(buffer, static_cast<uint32_t>(length), offset))
-        return length;
-    return tavdb::writeUnmapped(file, buffer, length, offset, err);
+    char *const bytes = file->writable(length, offset);
+    if (bytes == nullptr)
+        return tavdb::writeUnmapped(file, buffer, length, offset, err);
+    return tavdb::copyBytes(bytes, static_cast<const char *>(buffer), length);
 }
 
 int32_t tavdbMemSeek(int32_t fd, int32_t offset, int32_t whence, uint32_t *err) {
