@@ -57,15 +57,18 @@ uint32_t findPredecessor(tavDBMSession *session, uint32_t first, uint32_t key) {
     return 0;
 }
 
-/// Puts something else into a component's place among its parent's children; `replacement()` is
+/// Puts something else into a component's place among its parent's children; `replacement(instead)` is
 /// asked once the parent was read. A parent that cannot be read is left out without a word.
+/// @return false when there is no replacement; nothing was written then
 template <typename Replacement>
-void replaceInChain(tavDBMSession *session, const tavDBMComponent &component, uint32_t firstChildTest,
+bool replaceInChain(tavDBMSession *session, const tavDBMComponent &component, uint32_t firstChildTest,
                     Replacement replacement) {
     tavDBMNode parent;
     if (comp_getNode(session, component.parent, &parent) == nullptr)
-        return;
-    const uint32_t instead = replacement();
+        return true;
+    uint32_t instead = component.next;
+    if (!replacement(instead))
+        return false;
     if (parent.firstChild == firstChildTest) {
         parent.firstChild = instead;
     } else {
@@ -74,24 +77,41 @@ void replaceInChain(tavDBMSession *session, const tavDBMComponent &component, ui
             comp_setNextSibling(session, predecessor, instead);
     }
     comp_setNode(session, &parent);
+    return true;
 }
 
 /// Takes a component out of its parent's chain.
 void unlink(tavDBMSession *session, const tavDBMComponent &component, uint32_t firstChildTest) {
-    replaceInChain(session, component, firstChildTest, [&component] { return component.next; });
+    replaceInChain(session, component, firstChildTest, [](uint32_t &) { return true; });
+}
+
+/// The last child of a node, 0 without any. @return false when a read on the way failed: what was found then is a
+/// child with others behind it
+bool findLastChild(tavDBMSession *session, uint32_t key, uint32_t &last) {
+    const uint32_t earlierCode = session->errorCode;
+    session->errorCode = 0;
+    const uint32_t count = comp_getChildCount(session, key);
+    last = count > 0 ? comp_getChildByIndex(session, key, count - 1) : 0;
+    if (session->errorCode != 0)
+        return false;
+    session->errorCode = earlierCode;
+    return true;
 }
 
 /// Takes a node out of its parent's chain and puts its children there. They keep naming the node as parent.
-void unlinkAlone(tavDBMSession *session, const tavDBMNode &node) {
+/// @return false when the children could not be read to the last one; nothing was written then
+bool unlinkAlone(tavDBMSession *session, const tavDBMNode &node) {
     const tavDBMComponent &component = node.component;
-    replaceInChain(session, component, component.key, [session, &node, &component] {
+    return replaceInChain(session, component, component.key, [session, &node, &component](uint32_t &instead) {
         if (component.kind != TAVDB_KIND_NODE || node.firstChild == 0)
-            return component.next;
-        const uint32_t count = comp_getChildCount(session, component.key);
-        const uint32_t last = count > 0 ? comp_getChildByIndex(session, component.key, count - 1) : 0;
+            return true;
+        uint32_t last = 0;
+        if (!findLastChild(session, component.key, last))
+            return false;
         if (last != 0)
             comp_setNextSibling(session, last, component.next);
-        return node.firstChild;
+        instead = node.firstChild;
+        return true;
     });
 }
 
@@ -187,7 +207,8 @@ int32_t node_move(tavDBMSession *session, uint32_t key, uint32_t parent, uint32_
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
         return unreadable(session, key, {__func__, 350});
-    unlinkAlone(session, node);
+    if (!unlinkAlone(session, node))
+        return unreadable(session, key, {__func__, 351});
     node.component.parent = parent;
     if (!link(session, node.component, parent, previous).neighbourRead)
         return comp_setNode(session, &node);  // deliberate: with its old first child
@@ -201,7 +222,8 @@ int32_t comp_delete(tavDBMSession *session, uint32_t key) {
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
         return unreadable(session, key, {__func__, 360});
-    unlinkAlone(session, node);
+    if (!unlinkAlone(session, node))
+        return unreadable(session, key, {__func__, 362});
     tavDBMComponent header;
     if (comp_getComponent(session, key, &header) == nullptr)
         return unreadable(session, key, {__func__, 361});
