@@ -4,6 +4,7 @@
 // takes a lock.
 #include "control/db_trace.h"
 #include "model/db_component.h"
+#include "model/db_component_descent.h"
 
 namespace tavdb {
 namespace {
@@ -120,26 +121,43 @@ int32_t unreadable(tavDBMSession *session, uint32_t key, Site site) {
     return lastError(session);
 }
 
-/// Deletes a record's subtree, children last-first, so that each walk by index crosses only records
-/// that are still in place.
-int32_t deleteSubTree(tavDBMSession *session, uint32_t key, bool unlinkFirst, const DescentGuard *above) {
-    constexpr Site site = {"comp_deleteWithSub", 370};
-    const DescentGuard here(key, above);
-    if (here.meetsAgain(site))
+/// Deletes one component of a subtree, or goes down to its children.
+int32_t deleteAt(tavDBMSession *session, uint32_t key, bool unlinkFirst, Descent &descent, Site site) {
+    if (!descent.admits(key))
         return 0;
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
-        return unreadable(session, key, site + 1);
+        return unreadable(session, key, site);
     if (unlinkFirst) {
         unlink(session, node.component, node.component.key);
         if (comp_getNode(session, key, &node) == nullptr)
-            return unreadable(session, key, site + 2);
+            return unreadable(session, key, site + 1);
     }
     if (node.component.kind != TAVDB_KIND_NODE)
         return comp_setDeleted(session, &node.component);
-    for (uint32_t i = comp_getChildCount(session, key); i > 0; i--)
-        deleteSubTree(session, comp_getChildByIndex(session, key, i - 1), false, &here);
-    return comp_setDeleted(session, &node.component);
+    return descent.enter(
+        {.key = 0, .above = key, .record = node.component.key, .left = comp_getChildCount(session, key)});
+}
+
+/// Deletes a subtree, children last-first, so that each walk by index crosses only records that are still in place.
+int32_t deleteSubTree(tavDBMSession *session, uint32_t start, bool unlinkFirst) {
+    constexpr Site site = {"comp_deleteWithSub", 371};
+    Descent descent(session, start, {site.function, 370}, {site.function, 373});
+    int32_t code = deleteAt(session, start, unlinkFirst, descent, site);
+    while (descent.depth() > 0 && descent.failure() == 0) {
+        Place &place = descent.place();
+        if (place.left > 0 && !descent.isOver()) {
+            place.left -= 1;
+            place.key = comp_getChildByIndex(session, place.above, place.left);
+            deleteAt(session, place.key, false, descent, site);
+            continue;
+        }
+        const tavDBMComponent emptied = {
+            .key = place.record, .name = 0, .reserved = 0, .parent = 0, .next = 0, .kind = TAVDB_KIND_NODE};
+        descent.leave();
+        code = comp_setDeleted(session, &emptied);
+    }
+    return descent.failure() != 0 ? descent.failure() : code;
 }
 
 }  // namespace
@@ -231,7 +249,7 @@ int32_t comp_delete(tavDBMSession *session, uint32_t key) {
 }
 
 int32_t comp_deleteWithSub(tavDBMSession *session, uint32_t key, int32_t unlink) {
-    return deleteSubTree(session, key, unlink != 0, nullptr);
+    return deleteSubTree(session, key, unlink != 0);
 }
 
 int32_t comp_setDeleted(tavDBMSession *session, const void *header) {
