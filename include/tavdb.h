@@ -375,12 +375,17 @@ TAVDB_API int32_t tavDBMMoveSubTree(tavDBMSession *session, uint32_t node, uint3
 
 /**
  * Deletes one component. A node's children take its place and keep naming it as
- * parent. Values and names stay allocated.
+ * parent. Values and names stay allocated. Children that cannot be read to the
+ * last one are not lost: nothing is changed then.
  * @return 0, KIND, or a code of the record accesses
  */
 TAVDB_API int32_t tavDBMDeleteComponent(tavDBMSession *session, uint32_t component);
 
-/** Deletes a component and everything below it; values and names stay allocated. @return as tavDBMDeleteComponent */
+/**
+ * Deletes a component and everything below it; values and names stay allocated.
+ * @return as tavDBMDeleteComponent; MEMORY, only for trees of more than 32 levels: what is left of the subtree then
+ *         stays allocated
+ */
 TAVDB_API int32_t tavDBMDeleteComponentWithSub(tavDBMSession *session, uint32_t component);
 
 /** Releases a value's record; its data stay on their medium. @return 0, NO_VALUE, or a code of the record accesses */
@@ -481,7 +486,8 @@ TAVDB_API int32_t tavDBMUnlock(tavDBMSession *session, uint32_t component);
  */
 TAVDB_API int32_t tavDBMSync(tavDBMSession *session, int32_t mediaId, uint32_t arg);
 
-/** Walks a subtree (0: the whole tree) and prints its indentation to standard output. */
+/** Walks a subtree (0: the whole tree) and prints its indentation to standard output. MEMORY is recorded as for
+ * tavDBMDeleteComponentWithSub. */
 TAVDB_API void tavDBMtraverseAndPrint(tavDBMSession *session, uint32_t component);
 
 #ifdef __cplusplus

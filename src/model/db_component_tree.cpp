@@ -4,6 +4,7 @@
 // takes a lock.
 #include "control/db_trace.h"
 #include "model/db_component.h"
+#include "model/db_component_descent.h"
 
 namespace tavdb {
 namespace {
@@ -57,15 +58,18 @@ uint32_t findPredecessor(tavDBMSession *session, uint32_t first, uint32_t key) {
     return 0;
 }
 
-/// Puts something else into a component's place among its parent's children; `replacement()` is
+/// Puts something else into a component's place among its parent's children; `replacement(instead)` is
 /// asked once the parent was read. A parent that cannot be read is left out without a word.
+/// @return false when there is no replacement; nothing was written then
 template <typename Replacement>
-void replaceInChain(tavDBMSession *session, const tavDBMComponent &component, uint32_t firstChildTest,
+bool replaceInChain(tavDBMSession *session, const tavDBMComponent &component, uint32_t firstChildTest,
                     Replacement replacement) {
     tavDBMNode parent;
     if (comp_getNode(session, component.parent, &parent) == nullptr)
-        return;
-    const uint32_t instead = replacement();
+        return true;
+    uint32_t instead = component.next;
+    if (!replacement(instead))
+        return false;
     if (parent.firstChild == firstChildTest) {
         parent.firstChild = instead;
     } else {
@@ -74,24 +78,41 @@ void replaceInChain(tavDBMSession *session, const tavDBMComponent &component, ui
             comp_setNextSibling(session, predecessor, instead);
     }
     comp_setNode(session, &parent);
+    return true;
 }
 
 /// Takes a component out of its parent's chain.
 void unlink(tavDBMSession *session, const tavDBMComponent &component, uint32_t firstChildTest) {
-    replaceInChain(session, component, firstChildTest, [&component] { return component.next; });
+    replaceInChain(session, component, firstChildTest, [](uint32_t &) { return true; });
+}
+
+/// The last child of a node, 0 without any. @return false when a read on the way failed: what was found then is a
+/// child with others behind it
+bool findLastChild(tavDBMSession *session, uint32_t key, uint32_t &last) {
+    const uint32_t earlierCode = session->errorCode;
+    session->errorCode = 0;
+    const uint32_t count = comp_getChildCount(session, key);
+    last = count > 0 ? comp_getChildByIndex(session, key, count - 1) : 0;
+    if (session->errorCode != 0)
+        return false;
+    session->errorCode = earlierCode;
+    return true;
 }
 
 /// Takes a node out of its parent's chain and puts its children there. They keep naming the node as parent.
-void unlinkAlone(tavDBMSession *session, const tavDBMNode &node) {
+/// @return false when the children could not be read to the last one; nothing was written then
+bool unlinkAlone(tavDBMSession *session, const tavDBMNode &node) {
     const tavDBMComponent &component = node.component;
-    replaceInChain(session, component, component.key, [session, &node, &component] {
+    return replaceInChain(session, component, component.key, [session, &node, &component](uint32_t &instead) {
         if (component.kind != TAVDB_KIND_NODE || node.firstChild == 0)
-            return component.next;
-        const uint32_t count = comp_getChildCount(session, component.key);
-        const uint32_t last = count > 0 ? comp_getChildByIndex(session, component.key, count - 1) : 0;
+            return true;
+        uint32_t last = 0;
+        if (!findLastChild(session, component.key, last))
+            return false;
         if (last != 0)
             comp_setNextSibling(session, last, component.next);
-        return node.firstChild;
+        instead = node.firstChild;
+        return true;
     });
 }
 
@@ -100,26 +121,43 @@ int32_t unreadable(tavDBMSession *session, uint32_t key, Site site) {
     return lastError(session);
 }
 
-/// Deletes a record's subtree, children last-first, so that each walk by index crosses only records
-/// that are still in place.
-int32_t deleteSubTree(tavDBMSession *session, uint32_t key, bool unlinkFirst, const DescentGuard *above) {
-    constexpr Site site = {"comp_deleteWithSub", 370};
-    const DescentGuard here(key, above);
-    if (here.meetsAgain(site))
+/// Deletes one component of a subtree, or goes down to its children.
+int32_t deleteAt(tavDBMSession *session, uint32_t key, bool unlinkFirst, Descent &descent, Site site) {
+    if (!descent.admits(key))
         return 0;
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
-        return unreadable(session, key, site + 1);
+        return unreadable(session, key, site);
     if (unlinkFirst) {
         unlink(session, node.component, node.component.key);
         if (comp_getNode(session, key, &node) == nullptr)
-            return unreadable(session, key, site + 2);
+            return unreadable(session, key, site + 1);
     }
     if (node.component.kind != TAVDB_KIND_NODE)
         return comp_setDeleted(session, &node.component);
-    for (uint32_t i = comp_getChildCount(session, key); i > 0; i--)
-        deleteSubTree(session, comp_getChildByIndex(session, key, i - 1), false, &here);
-    return comp_setDeleted(session, &node.component);
+    return descent.enter(
+        {.key = 0, .above = key, .record = node.component.key, .left = comp_getChildCount(session, key)});
+}
+
+/// Deletes a subtree, children last-first, so that each walk by index crosses only records that are still in place.
+int32_t deleteSubTree(tavDBMSession *session, uint32_t start, bool unlinkFirst) {
+    constexpr Site site = {"comp_deleteWithSub", 371};
+    Descent descent(session, start, {site.function, 370}, {site.function, 373});
+    int32_t code = deleteAt(session, start, unlinkFirst, descent, site);
+    while (descent.depth() > 0 && descent.failure() == 0) {
+        Place &place = descent.place();
+        if (place.left > 0 && !descent.isOver()) {
+            place.left -= 1;
+            place.key = comp_getChildByIndex(session, place.above, place.left);
+            deleteAt(session, place.key, false, descent, site);
+            continue;
+        }
+        const tavDBMComponent emptied = {
+            .key = place.record, .name = 0, .reserved = 0, .parent = 0, .next = 0, .kind = TAVDB_KIND_NODE};
+        descent.leave();
+        code = comp_setDeleted(session, &emptied);
+    }
+    return descent.failure() != 0 ? descent.failure() : code;
 }
 
 }  // namespace
@@ -187,7 +225,8 @@ int32_t node_move(tavDBMSession *session, uint32_t key, uint32_t parent, uint32_
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
         return unreadable(session, key, {__func__, 350});
-    unlinkAlone(session, node);
+    if (!unlinkAlone(session, node))
+        return unreadable(session, key, {__func__, 351});
     node.component.parent = parent;
     if (!link(session, node.component, parent, previous).neighbourRead)
         return comp_setNode(session, &node);  // deliberate: with its old first child
@@ -201,7 +240,8 @@ int32_t comp_delete(tavDBMSession *session, uint32_t key) {
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
         return unreadable(session, key, {__func__, 360});
-    unlinkAlone(session, node);
+    if (!unlinkAlone(session, node))
+        return unreadable(session, key, {__func__, 362});
     tavDBMComponent header;
     if (comp_getComponent(session, key, &header) == nullptr)
         return unreadable(session, key, {__func__, 361});
@@ -209,7 +249,7 @@ int32_t comp_delete(tavDBMSession *session, uint32_t key) {
 }
 
 int32_t comp_deleteWithSub(tavDBMSession *session, uint32_t key, int32_t unlink) {
-    return deleteSubTree(session, key, unlink != 0, nullptr);
+    return deleteSubTree(session, key, unlink != 0);
 }
 
 int32_t comp_setDeleted(tavDBMSession *session, const void *header) {

@@ -5,16 +5,16 @@
 
 #include "control/db_trace.h"
 #include "model/db_component.h"
+#include "model/db_component_descent.h"
 
 namespace tavdb {
 namespace {
 
 using CopyLeaf = int32_t (*)(tavDBMSession *session, const tavDBMLeaf &leaf);
 
-/// Copies at every leaf of a subtree; the first failure ends the walk.
-int32_t copySubTree(tavDBMSession *session, uint32_t key, CopyLeaf copy, const DescentGuard *above, Site site) {
-    const DescentGuard here(key, above);
-    if (here.meetsAgain(site + 3))
+/// Copies at one component of a subtree, or goes down to its children.
+int32_t copyAt(tavDBMSession *session, uint32_t key, CopyLeaf copy, Descent &descent, Site site) {
+    if (!descent.admits(key))
         return 0;
     tavDBMComponent header;
     if (comp_getComponent(session, key, &header) == nullptr) {
@@ -28,19 +28,24 @@ int32_t copySubTree(tavDBMSession *session, uint32_t key, CopyLeaf copy, const D
     if (header.kind != TAVDB_KIND_NODE)
         return failKind(session, header, site + 1);
     tavDBMNode node;
-    if (comp_getNode(session, key, &node) == nullptr)
-        return lastError(session);
+    return comp_getNode(session, key, &node) != nullptr ? descent.enter({.key = node.firstChild}) : lastError(session);
+}
+
+/// Copies at every leaf of a subtree; the first failure ends the walk.
+int32_t copySubTree(tavDBMSession *session, uint32_t start, CopyLeaf copy, Site site) {
+    Descent descent(session, start, site + 3, site + 4);
     int32_t code = 0;
-    walkSiblings(session, node.firstChild, site + 2, [&](uint32_t child) {
-        code = copySubTree(session, child, copy, &here, site);
-        return code != 0;
-    });
+    uint32_t key = start;
+    do {
+        code = copyAt(session, key, copy, descent, site);
+        key = code == 0 ? descent.nextChild(site + 2) : 0;
+    } while (key != 0);
     return code;
 }
 
-/// One level down; the largest depth is followed by the smallest.
-int32_t deeper(int32_t depth) {
-    return static_cast<int32_t>(static_cast<uint32_t>(depth) + 1u);
+/// So many levels down; the largest depth is followed by the smallest.
+int32_t deeper(int32_t depth, uint32_t levels) {
+    return static_cast<int32_t>(static_cast<uint32_t>(depth) + levels);
 }
 
 /// Twice the depth, as the signed 32-bit number it is compared as.
@@ -54,7 +59,7 @@ void printSpaces(int32_t count) {
 }
 
 void printLeaf(tavDBMSession *session, const tavDBMLeaf &leaf, int32_t depth) {
-    const int32_t width = indentation(deeper(depth));
+    const int32_t width = indentation(deeper(depth, 1));
     printSpaces(indentation(depth));
     const uint32_t values[] = {leaf.currentValue, leaf.defaultValue, leaf.factoryValue};
     for (const uint32_t value : values) {
@@ -65,11 +70,10 @@ void printLeaf(tavDBMSession *session, const tavDBMLeaf &leaf, int32_t depth) {
         printSpaces(width);
 }
 
-void printSubTree(tavDBMSession *session, uint32_t key, int32_t depth, const DescentGuard *above) {
-    constexpr Site site = {"comp_traverseAndPrint", 430};
-    const DescentGuard here(key, above);
+/// Prints one component of a subtree, or goes down to its children.
+void printAt(tavDBMSession *session, uint32_t key, int32_t depth, Descent &descent, Site site) {
     tavDBMComponent header;
-    if (here.meetsAgain(site) || comp_getComponent(session, key, &header) == nullptr)
+    if (!descent.admits(key) || comp_getComponent(session, key, &header) == nullptr)
         return;
     if (header.kind == TAVDB_KIND_LEAF) {
         tavDBMLeaf leaf;
@@ -78,17 +82,14 @@ void printSubTree(tavDBMSession *session, uint32_t key, int32_t depth, const Des
         return;
     }
     if (header.kind != TAVDB_KIND_NODE) {
-        failKind(session, header, site + 10);
+        failKind(session, header, site);
         return;
     }
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
         return;
     printSpaces(indentation(depth));
-    walkSiblings(session, node.firstChild, site + 11, [&](uint32_t child) {
-        printSubTree(session, child, deeper(depth), &here);
-        return false;
-    });
+    descent.enter({.key = node.firstChild});
 }
 
 }  // namespace
@@ -100,23 +101,27 @@ int32_t comp_defaultToCurrent(tavDBMSession *session, uint32_t key) {
     const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
         return value_copy2(s, leaf.currentValue, leaf.defaultValue, leaf.hookId);
     };
-    return copySubTree(session, key, copy, nullptr, {__func__, 400});
+    return copySubTree(session, key, copy, {__func__, 400});
 }
 
 int32_t comp_factoryToDefault(tavDBMSession *session, uint32_t key) {
     const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
         return value_copy(s, leaf.defaultValue, leaf.factoryValue);
     };
-    return copySubTree(session, key, copy, nullptr, {__func__, 410});
+    return copySubTree(session, key, copy, {__func__, 410});
 }
 
 int32_t comp_currentToDefault(tavDBMSession *session, uint32_t key) {
     const auto copy = [](tavDBMSession *s, const tavDBMLeaf &leaf) {
         return value_copy(s, leaf.defaultValue, leaf.currentValue);
     };
-    return copySubTree(session, key, copy, nullptr, {__func__, 420});
+    return copySubTree(session, key, copy, {__func__, 420});
 }
 
 void comp_traverseAndPrint(tavDBMSession *session, uint32_t key, int32_t depth) {
-    printSubTree(session, key, depth, nullptr);
+    Descent descent(session, key, {__func__, 430}, {__func__, 431});
+    do {
+        printAt(session, key, deeper(depth, descent.depth()), descent, {__func__, 440});
+        key = descent.nextChild({__func__, 441});
+    } while (key != 0);
 }

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Walks over links that a medium holds end even when the links run in a circle:
 // the walk remembers one place, moves it on ever more rarely, and so meets it
-// again. A descent into a tree branches, so it remembers every place above it.
-// Neither costs an access to the medium.
+// again. That costs no access to the medium.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +10,18 @@
 
 namespace tavdb {
 
-class CycleGuard {
+/// The place that a walk remembers.
+class CycleMark {
 public:
-    /// @param site of the one trace line that a circle writes
-    explicit CycleGuard(Site site) : site_(site) {}
-
+    /// Whether the walk has not come to any place yet.
+    bool isFresh() const {
+        return steps_ == 0;
+    }
     /// To be asked once for each place the walk comes to. @return true when it goes in a circle
-    bool meetsAgain(uint32_t key) {
+    /// @param site of the one trace line that a circle writes
+    bool meetsAgain(uint32_t key, Site site) {
         if (steps_ != 0 && key == mark_) {
-            traceError(site_, key, steps_);
+            traceError(site, key, steps_);
             return true;
         }
         steps_ += 1;
@@ -31,34 +33,23 @@ public:
     }
 
 private:
-    Site site_;
     uint32_t mark_ = 0;
     uint32_t steps_ = 0;
     uint32_t nextMark_ = 1;
 };
 
-/// A place on the way down a recursion, linked to the places above it in the frames that called.
-class DescentGuard {
+/// The mark of a walk with the site of its circle.
+class CycleGuard {
 public:
-    DescentGuard(uint32_t key, const DescentGuard *above)
-        : above_(above), key_(key), depth_(above != nullptr ? above->depth_ + 1 : 0) {}
+    explicit CycleGuard(Site site) : site_(site) {}
 
-    /// @param site of the trace line that a circle writes
-    /// @return true when the place stands above itself
-    bool meetsAgain(Site site) const {
-        for (const DescentGuard *place = above_; place != nullptr; place = place->above_) {
-            if (place->key_ == key_) {
-                traceError(site, key_, depth_);
-                return true;
-            }
-        }
-        return false;
+    bool meetsAgain(uint32_t key) {
+        return mark_.meetsAgain(key, site_);
     }
 
 private:
-    const DescentGuard *above_;
-    uint32_t key_;
-    uint32_t depth_;
+    Site site_;
+    CycleMark mark_;
 };
 
 }  // namespace tavdb

@@ -20,6 +20,12 @@ Fault standardFault(Operation operation) {
     return returning(traits.failureResult, traits.failureError);
 }
 
+FaultChoice standardChoice(std::optional<Fault> transferFault) {
+    return [transferFault](Operation operation) -> std::optional<Fault> {
+        return transferFault && isTransfer(operation) ? *transferFault : standardFault(operation);
+    };
+}
+
 void FaultPlan::add(FaultRule rule) {
     const std::lock_guard guard(mutex_);
     if (rule.times != 0)
@@ -27,18 +33,33 @@ void FaultPlan::add(FaultRule rule) {
 }
 
 void FaultPlan::failOperation(uint64_t index, std::optional<Fault> transferFault) {
+    failOperation(index, standardChoice(transferFault), Persistence::once);
+}
+
+void FaultPlan::failOperation(uint64_t index, FaultChoice choice, Persistence persistence) {
     const std::lock_guard guard(mutex_);
     failing_ = index;
-    transferFault_ = transferFault;
+    choice_ = std::move(choice);
+    persistence_ = persistence;
     operations_ = 0;
     fired_ = false;
+}
+
+void FaultPlan::pause() {
+    const std::lock_guard guard(mutex_);
+    ++pauses_;
+}
+
+void FaultPlan::resume() {
+    const std::lock_guard guard(mutex_);
+    --pauses_;
 }
 
 void FaultPlan::endFaults() {
     const std::lock_guard guard(mutex_);
     rules_.clear();
     failing_.reset();
-    transferFault_.reset();
+    choice_ = standardChoice({});
 }
 
 void FaultPlan::clear() {
@@ -60,6 +81,8 @@ bool FaultPlan::fired() const {
 
 std::optional<Fault> FaultPlan::next(Operation operation, std::string_view subject) {
     const std::lock_guard guard(mutex_);
+    if (pauses_ != 0)
+        return std::nullopt;
     std::optional<Fault> fault = countedFault(operation);
     if (!fault)
         fault = ruledFault(operation, subject);
@@ -70,10 +93,12 @@ std::optional<Fault> FaultPlan::next(Operation operation, std::string_view subje
 std::optional<Fault> FaultPlan::countedFault(Operation operation) {
     if (traitsOf(operation).any == Any::left)
         return std::nullopt;
-    const uint64_t index = operations_++;
-    if (failing_ != index)
+    const std::optional<Fault> fault = choice_(operation);
+    if (!fault)
         return std::nullopt;
-    return transferFault_ && isTransfer(operation) ? *transferFault_ : standardFault(operation);
+    const uint64_t index = operations_++;
+    const bool fails = failing_ && (index == *failing_ || (persistence_ == Persistence::forEver && index > *failing_));
+    return fails ? fault : std::nullopt;
 }
 
 // Only the first rule that fits counts the operation, so that rules follow each other.

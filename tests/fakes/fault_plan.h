@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <limits>
 #include <mutex>
 #include <optional>
@@ -45,6 +46,14 @@ inline Fault moreBy(int64_t bytes) {
 /// How the operation fails when nothing else is said.
 Fault standardFault(Operation operation);
 
+/// How operations fail that are chosen by their number: the fault of an operation, or none for one that is not counted.
+using FaultChoice = std::function<std::optional<Fault>(Operation operation)>;
+/// Every operation as its row says, but reads and writes as told.
+FaultChoice standardChoice(std::optional<Fault> transferFault);
+
+/// Whether only the chosen operation fails, or all that follow it as well.
+enum class Persistence : uint8_t { once, forEver };
+
 inline constexpr uint32_t kForEver = std::numeric_limits<uint32_t>::max();
 
 /// "Skip so many operations, then fail so many." Rules of one operation follow each other.
@@ -61,6 +70,11 @@ public:
     void add(FaultRule rule);
     /// Fails the k-th operation from now on, whatever it is. @param transferFault for reads and writes
     void failOperation(uint64_t index, std::optional<Fault> transferFault = {});
+    /// Fails the k-th operation for which there is a choice.
+    void failOperation(uint64_t index, FaultChoice choice, Persistence persistence);
+    /// Nothing fails or is counted until resume(); the plan stays.
+    void pause();
+    void resume();
     /// Nothing fails any more; the counts stay.
     void endFaults();
     /// Nothing fails any more, and nothing has been counted.
@@ -81,12 +95,27 @@ private:
     mutable std::mutex mutex_;
     std::deque<FaultRule> rules_;
     std::optional<uint64_t> failing_;
-    std::optional<Fault> transferFault_;
+    FaultChoice choice_ = standardChoice({});
+    Persistence persistence_ = Persistence::once;
     uint64_t operations_ = 0;
     bool fired_ = false;
+    uint32_t pauses_ = 0;
 };
 
 /// The plan of this process.
 FaultPlan &faultPlan();
+
+/// No faults until the end of the scope, for what a run prepares or looks at.
+class FaultPause {
+public:
+    FaultPause() {
+        faultPlan().pause();
+    }
+    ~FaultPause() {
+        faultPlan().resume();
+    }
+    FaultPause(const FaultPause &) = delete;
+    FaultPause &operator=(const FaultPause &) = delete;
+};
 
 }  // namespace tavdb_test

@@ -17,10 +17,17 @@ constexpr uint64_t kMostRuns = 5000;
 
 enum class Outcome : uint8_t { untouched, survivedFault, testFailed };
 
-Outcome runHere(const FaultRun &run, uint64_t index, const std::optional<Fault> &transferFault) {
+/// Faults of one kind.
+struct Series {
+    const FaultRun &run;
+    const FaultChoice &choice;
+    Persistence persistence;
+};
+
+Outcome runHere(const Series &series, uint64_t index) {
     faultPlan().clear();
-    faultPlan().failOperation(index, transferFault);
-    run(index);
+    faultPlan().failOperation(index, series.choice, series.persistence);
+    series.run(index);
     return faultPlan().fired() ? Outcome::survivedFault : Outcome::untouched;
 }
 
@@ -29,11 +36,11 @@ Outcome runHere(const FaultRun &run, uint64_t index, const std::optional<Fault> 
     _exit(static_cast<int>(testing::Test::HasFailure() ? Outcome::testFailed : outcome));
 }
 
-Outcome runInChild(const FaultRun &run, uint64_t index, const std::optional<Fault> &transferFault) {
+Outcome runInChild(const Series &series, uint64_t index) {
     fflush(nullptr);  // else the child writes again what stands in the buffers
     const pid_t child = fork();
     if (child == 0)
-        endChild(runHere(run, index, transferFault));
+        endChild(runHere(series, index));
     int status = 0;
     if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status))
         return Outcome::testFailed;
@@ -41,13 +48,13 @@ Outcome runInChild(const FaultRun &run, uint64_t index, const std::optional<Faul
     return code <= static_cast<int>(Outcome::survivedFault) ? static_cast<Outcome>(code) : Outcome::testFailed;
 }
 
-using Runner = Outcome (*)(const FaultRun &, uint64_t, const std::optional<Fault> &);
+using Runner = Outcome (*)(const Series &series, uint64_t index);
 
-uint64_t forEach(Runner runner, const FaultRun &run, const std::optional<Fault> &transferFault) {
+uint64_t forEach(Runner runner, const Series &series) {
     uint64_t index = 0;
     Outcome outcome = Outcome::survivedFault;
     for (; outcome == Outcome::survivedFault && index < kMostRuns; ++index)
-        outcome = runner(run, index, transferFault);
+        outcome = runner(series, index);
     faultPlan().clear();
     if (outcome == Outcome::survivedFault)
         reportMisuse("fault plan", "every run meets one more operation, so the runs do not end");
@@ -59,11 +66,19 @@ uint64_t forEach(Runner runner, const FaultRun &run, const std::optional<Fault> 
 }  // namespace
 
 uint64_t forEachFailingOperation(const FaultRun &run, std::optional<Fault> transferFault) {
-    return forEach(runHere, run, transferFault);
+    return forEachFailingOperation(run, standardChoice(transferFault), Persistence::once);
+}
+
+uint64_t forEachFailingOperation(const FaultRun &run, const FaultChoice &choice, Persistence persistence) {
+    return forEach(runHere, {run, choice, persistence});
 }
 
 uint64_t forEachFailingOperationInChild(const FaultRun &run, std::optional<Fault> transferFault) {
-    return forEach(runInChild, run, transferFault);
+    return forEachFailingOperationInChild(run, standardChoice(transferFault), Persistence::once);
+}
+
+uint64_t forEachFailingOperationInChild(const FaultRun &run, const FaultChoice &choice, Persistence persistence) {
+    return forEach(runInChild, {run, choice, persistence});
 }
 
 }  // namespace tavdb_test

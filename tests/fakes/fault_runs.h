@@ -20,8 +20,12 @@ using FaultRun = std::function<void(uint64_t index)>;
 /// @return the number of runs with a failure, which is the number of operations
 uint64_t forEachFailingOperation(const FaultRun &run, std::optional<Fault> transferFault = {});
 
+/// The same with faults of any kind, once or from each operation on for ever.
+uint64_t forEachFailingOperation(const FaultRun &run, const FaultChoice &choice, Persistence persistence);
+
 /// The same with a child process for each run: for attaching, where the library keeps state per process. A
 /// run that fails, or ends its process, fails the test. What a run changes is lost but for files.
 uint64_t forEachFailingOperationInChild(const FaultRun &run, std::optional<Fault> transferFault = {});
+uint64_t forEachFailingOperationInChild(const FaultRun &run, const FaultChoice &choice, Persistence persistence);
 
 }  // namespace tavdb_test

@@ -135,6 +135,27 @@ TEST_F(DeleteOne, AParentThatCannotBeReadIsSkipped) {
     EXPECT_EQ(node(key("x")).component.next, key("n")) << "the chain stays";
 }
 
+TEST_F(DeleteOne, ChildrenThatCannotBeCountedToTheLastOneLoseNone) {
+    build("x n(a b c) y");
+    const MediaImage before = fakeMedia().snapshotAll();
+    for (uint32_t skip = 2; skip < 11; ++skip) {  // behind the node and its parent: the walks over the children
+        faultPlan().add({.operation = Operation::mediaRead, .subject = kComponents, .skip = skip});
+        EXPECT_EQ(deleteOne("n"), 55) << skip;
+        faultPlan().clear();
+        EXPECT_THAT(fakeMedia().changesSince(before), IsEmpty()) << skip;
+    }
+    session.errorCode = 0;
+    EXPECT_EQ(deleteOne("n"), 0);
+    EXPECT_EQ(shape(), "x a b c y");
+}
+
+TEST_F(DeleteOne, ACountThatSucceedsLeavesAnOldErrorAlone) {
+    build("x n(a b c) y");
+    putOldError();
+    EXPECT_EQ(deleteOne("n"), 0);
+    EXPECT_TRUE(oldErrorIsThere());
+}
+
 TEST_F(DeleteOne, ARecordThatCannotBeReadAgainIsUnlinkedButNotReleased) {
     build("leaf y");
     const uint32_t before = freeBytes();

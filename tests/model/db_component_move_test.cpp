@@ -299,6 +299,17 @@ TEST_F(NodeMove, AnUnreadableNodeMovesNothing) {
         {errorLine("comp_getNode", 114, {kBeyond, 28, 0, 0}), errorLine("node_move", 350, {kBeyond, 55})}));
 }
 
+TEST_F(NodeMove, ChildrenThatCannotBeCountedToTheLastOneLoseNone) {
+    build("x n(a b c) y q(z)");
+    const MediaImage before = fakeMedia().snapshotAll();
+    for (uint32_t skip = 2; skip < 11; ++skip) {  // behind the node and its parent: the walks over the children
+        faultPlan().add({.operation = Operation::mediaRead, .subject = kComponents, .skip = skip});
+        EXPECT_EQ(node_move(&session, key("n"), key("q"), key("z"), 0), 55) << skip;
+        faultPlan().clear();
+        EXPECT_THAT(fakeMedia().changesSince(before), testing::IsEmpty()) << skip;
+    }
+}
+
 TEST_F(NodeMove, AnUnreadableNewSiblingDeliberatelyWritesTheNodeWithItsOldFirstChild) {
     build("p(n(a)) q(s t)");
     EXPECT_EQ(node_move(&session, key("n"), key("q"), kBeyond, key("t")), 0);
