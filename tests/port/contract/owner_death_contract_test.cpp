@@ -7,11 +7,13 @@
 #include <vector>
 
 #include "port/contract/platform_under_test.h"
+#include "rounds.h"
 
 namespace tavdb::test {
 namespace {
 
 constexpr int32_t kLimitMs = 5000;
+constexpr uint32_t kKills = tavdb_test::kSlow ? 100 : 800;
 
 class OwnerDeathContract : public TableContractTest {
 protected:
@@ -151,10 +153,9 @@ void workUnderFire(KillShared &shared, uint32_t mutex) {
         ++shared.faults;
 }
 
-TEST_F(OwnerDeathContract, HundredsOfKillsStopNobodyAndEveryDeathInsideIsReported) {
+TEST_F(OwnerDeathContract, ManyKillsStopNobodyAndEveryDeathInsideIsReported) {
     TAVDB_NEEDS_REPORTS;
     constexpr int kWorkers = 3;
-    constexpr auto kDuration = milliseconds(3000);
     Shared<KillShared> shared;
     const auto worker = [&] {
         const Semaphores set = attach(path);
@@ -166,8 +167,7 @@ TEST_F(OwnerDeathContract, HundredsOfKillsStopNobodyAndEveryDeathInsideIsReporte
     for (int i = 0; i < kWorkers; ++i)
         workers.emplace_back(worker);
     std::minstd_rand random(4711);
-    uint32_t kills = 0;
-    for (const auto start = Clock::now(); since(start) < kDuration; ++kills) {
+    for (uint32_t kill = 0; kill < kKills; ++kill) {
         std::this_thread::sleep_for(std::chrono::microseconds(500 + random() % 3000));
         Child &victim = workers[random() % kWorkers];
         victim.kill();
@@ -177,10 +177,9 @@ TEST_F(OwnerDeathContract, HundredsOfKillsStopNobodyAndEveryDeathInsideIsReporte
         child.kill();
     const Semaphores set = attach(path);
     ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
-    printf("%u kills, %u deaths reported, %u of them with the data left open, %u rounds\n", kills,
-           shared->reports.load(), shared->mended.load(), shared->second);
+    printf("%u deaths reported, %u of them with the data left open, %u rounds\n", shared->reports.load(),
+           shared->mended.load(), shared->second);
     EXPECT_EQ(shared->faults, 0U);
-    EXPECT_GE(kills, 100U);
     EXPECT_GT(shared->reports, 0U);
     EXPECT_GE(shared->reports, shared->mended.load());
 }
