@@ -103,8 +103,7 @@ std::optional<uint32_t> Bench::allocate(int32_t medium, uint32_t sizeBytes) {
         images.append(medium, std::string((kAlignment - sizeOf(medium) % kAlignment) % kAlignment, '\0'));
         offset = append(medium, std::string(sizeBytes, '\0'));
     }
-    if (offset)
-        fresh.emplace(medium, *offset);
+    renewed.insert(medium);
     return offset;
 }
 

@@ -46,9 +46,7 @@ public:
     std::map<uint32_t, std::string> newNames;  ///< of components, to be written when all is known that is in use
     std::vector<Area> areas;
     std::vector<uint32_t> displaced;  ///< components that come to another path, with all below them
-    /// Records that something refers to although they stood in the free list.
-    std::set<std::pair<int32_t, uint32_t>> revived;
-    std::set<std::pair<int32_t, uint32_t>> fresh;  ///< records that allocate() made room for
+    std::set<int32_t> renewed;        ///< media whose free list has to be made anew
 
     ClaimMap &claimsOf(int32_t medium) {
         return claims[static_cast<size_t>(medium)];
@@ -81,11 +79,6 @@ public:
     std::optional<uint32_t> allocate(int32_t medium, uint32_t sizeBytes);
     /// Appends data or a text, and claims it.
     std::optional<uint32_t> append(int32_t medium, std::string_view bytes);
-    /// Media that allocate() took place on.
-    bool hasAllocatedOn(int32_t medium) const {
-        const auto first = fresh.lower_bound({medium, 0});
-        return first != fresh.end() && first->first == medium;
-    }
 
 private:
     std::array<std::optional<std::vector<ByteRange>>, kMediumEnd> formerlyFree;

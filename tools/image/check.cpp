@@ -35,10 +35,11 @@ public:
         values.run(tree);
         claimAreas(bench);
         checkAdmission(bench, values);
+        checkFreeLists(bench);
         writeValues();
         gatherOrphans();
         writeNames();
-        checkFreeLists(bench);
+        renewFreeLists(bench);
         return result();
     }
 
@@ -135,21 +136,29 @@ private:
         }
         name = (stem.empty() ? "recovered" : stem) + "-" + std::to_string(orphan) + (endsAsNode ? "/" : "");
         takenNames.insert(name);
-        const uint32_t key = word(orphan, kNamePlace);
-        if (key == 0 || bench.newNames.contains(orphan) || nameUses(key) > 1)
-            bench.newNames[orphan] = name;
-        else
-            bench.setText(key, name);
-    }
-
-    ptrdiff_t nameUses(uint32_t key) const {
-        return std::count_if(tree.components().begin(), tree.components().end(),
-                             [&](const KnownComponent &each) { return word(each.key, kNamePlace) == key; });
+        bench.newNames[orphan] = name;
     }
 
     void writeNames() {
         for (const auto &[component, text] : bench.newNames)
             setWord(component, kNamePlace, newString(text));
+        dropUnusedNames();
+    }
+
+    /// Entries that only components referred to that have other names now.
+    void dropUnusedNames() {
+        if (bench.newNames.empty())
+            return;
+        std::set<uint32_t> used;
+        for (const auto &component : tree.components())
+            used.insert(word(component.key, kNamePlace));
+        for (const auto &area : bench.areas) {
+            if (area.holder.kind != RecordKind::string || used.contains(area.holder.offset))
+                continue;
+            bench.claimsOf(kStringMedium).giveBack({area.holder.offset, sizeof(tavDBMString)});
+            if (area.isClaimed)
+                bench.claimsOf(area.medium).giveBack(area.range);
+        }
     }
 
     uint32_t newString(const std::string &text) {
@@ -164,10 +173,22 @@ private:
         counts.nodes--;
         for (auto &finding : bench.findings)
             finding.path = finding.component != 0 ? pathOf(finding.component) : "";
-        std::vector<std::string> paths;
-        for (const uint32_t component : bench.displaced)
-            paths.push_back(pathOf(component));
+        auto paths = displacedLeaves();
         return {std::move(bench.findings), std::move(bench.images), std::move(paths), counts};
+    }
+
+    std::vector<std::string> displacedLeaves() const {
+        const std::set<uint32_t> tops(bench.displaced.begin(), bench.displaced.end());
+        std::vector<std::string> paths;
+        for (const auto &component : tree.components()) {
+            size_t steps = 0;
+            uint32_t above = component.key;
+            while (above != 0 && !tops.contains(above) && steps++ <= tree.components().size())
+                above = word(above, kParentPlace);
+            if (!component.isNode && above != 0 && !tops.empty())
+                paths.push_back(pathOf(component.key));
+        }
+        return paths;
     }
 
     /// As the commands write it; a component without a name is @KEY there.

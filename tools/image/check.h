@@ -19,9 +19,10 @@ inline constexpr const char *kLostAndFound = "lost+found";
 
 struct Examination {
     std::vector<Finding> findings;
-    RawImages images;                    ///< put right
-    std::vector<std::string> displaced;  ///< new paths of components whose path is no longer what it was
-    Counts counts;                       ///< of the tree that was put right
+    RawImages images;  ///< put right
+    /// New paths of leaves that were, or may have been, to be found by another path.
+    std::vector<std::string> displaced;
+    Counts counts;  ///< of the tree that was put right
 
     bool isDamaged() const;
     bool hasLosses() const;

@@ -32,9 +32,10 @@ void NameCheck::run(const TreeCheck &tree) {
                                component.key};
         if (header.name == 0 || accept(owner, header.name))
             continue;
-        bench.nameAfterKey(component.key);
         if (component.key == tree.root())
             bench.newNames[component.key] = "/";
+        else
+            bench.nameAfterKey(component.key);
     }
 }
 
@@ -77,10 +78,8 @@ bool NameCheck::acceptEntry(const FoundAt &owner, uint32_t key, tavDBMString ent
     if (!isNamed)
         bench.report(Gravity::damage, at, "it says that it lies at " + std::to_string(entry.key),
                      "it says where it lies");
-    if (wasDeleted) {
-        bench.report(Gravity::oddity, owner, its + "was deleted", "the name is taken out of the free list");
-        bench.revived.emplace(kStringMedium, key);
-    }
+    if (wasDeleted)
+        bench.report(Gravity::damage, owner, its + "is free as well", "it is taken out of the free list");
     entry = *better;
     entry.key = key;
     bench.images.write(kStringMedium, key, entry);

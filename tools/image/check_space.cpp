@@ -50,8 +50,6 @@ public:
     void run() {
         walk();
         findLeaks();
-        if (isWrong || bench.hasAllocatedOn(medium))
-            rebuild();
     }
 
 private:
@@ -88,16 +86,10 @@ private:
     }
 
     void checkOverlap(const FoundAt &at, const ByteRange &range) {
-        auto taken = bench.claimsOf(medium).takenIn(range);
-        // What the check itself took from the gaps was free in truth.
-        std::erase_if(taken, [&](const ByteRange &each) { return bench.fresh.contains({medium, each.offset}); });
-        if (taken.empty())
-            return;
-        const bool isKnown = std::all_of(taken.begin(), taken.end(), [&](const ByteRange &each) {
-            return bench.revived.contains({medium, each.offset});
-        });
-        blame(isKnown ? Gravity::oddity : Gravity::damage, at,
-              "it is free, and what lies at " + std::to_string(taken[0].offset) + " is in use");
+        const auto taken = bench.claimsOf(medium).takenIn(range);
+        if (!taken.empty())
+            blame(Gravity::damage, at,
+                  "it is free, and what lies at " + std::to_string(taken[0].offset) + " is in use");
     }
 
     /// A rest that is too short for a block is no loss: deliberate in the library.
@@ -133,25 +125,25 @@ private:
 
     void blame(Gravity gravity, const FoundAt &at, const std::string &what) {
         bench.report(gravity, at, what, "the free list is made anew");
-        isWrong = true;
+        bench.renewed.insert(medium);
         isCut = isCut || gravity == Gravity::damage;
-    }
-
-    void rebuild() {
-        auto gaps = bench.claimsOf(medium).gaps(bench.sizeOf(medium));
-        std::erase_if(gaps, [](const ByteRange &gap) { return gap.sizeBytes < kBlockBytes; });
-        bench.images.write(medium, offsetof(tavDBMMediumHeader, firstFree), gaps.empty() ? 0 : gaps[0].offset);
-        for (size_t i = 0; i < gaps.size(); i++)
-            bench.images.write(medium, gaps[i].offset,
-                               tavDBMFreeBlock{i + 1 < gaps.size() ? gaps[i + 1].offset : 0, gaps[i].sizeBytes});
     }
 
     Bench &bench;
     const int32_t medium;
     std::vector<ByteRange> blocks;
-    bool isWrong = false;
     bool isCut = false;  ///< by damage: what is not in the list was perhaps part of it
 };
+
+/// Every gap that is long enough becomes a block.
+void renew(Bench &bench, int32_t medium) {
+    auto gaps = bench.claimsOf(medium).gaps(bench.sizeOf(medium));
+    std::erase_if(gaps, [](const ByteRange &gap) { return gap.sizeBytes < kBlockBytes; });
+    bench.images.write(medium, offsetof(tavDBMMediumHeader, firstFree), gaps.empty() ? 0 : gaps[0].offset);
+    for (size_t i = 0; i < gaps.size(); i++)
+        bench.images.write(medium, gaps[i].offset,
+                           tavDBMFreeBlock{i + 1 < gaps.size() ? gaps[i + 1].offset : 0, gaps[i].sizeBytes});
+}
 
 }  // namespace
 
@@ -164,6 +156,11 @@ void checkFreeLists(Bench &bench) {
     for (const auto &medium : kMediumNames)
         if (medium.holdsRecords)
             FreeList(bench, medium).run();
+}
+
+void renewFreeLists(Bench &bench) {
+    for (const int32_t medium : bench.renewed)
+        renew(bench, medium);
 }
 
 }  // namespace tavdb::image

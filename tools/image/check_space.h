@@ -10,7 +10,10 @@ namespace tavdb::image {
 /// Claims the headers.
 void checkHeaders(Bench &bench);
 
-/// Runs when everything in use is claimed.
+/// Runs when everything in use is claimed, and before anything new is.
 void checkFreeLists(Bench &bench);
+
+/// Makes the lists anew that are wrong, or that something was taken from.
+void renewFreeLists(Bench &bench);
 
 }  // namespace tavdb::image

@@ -53,6 +53,17 @@ void TreeCheck::run() {
     findCandidates();
     while (mendOne())
         followAll();
+    nameLosses();
+}
+
+/// Where a link led and nobody is now, and which was not free, a component was.
+void TreeCheck::nameLosses() {
+    for (const auto &[target, finding] : deadEnds) {
+        const ByteRange place = {target, sizeof(tavDBMNode)};
+        if (bench.isInside(kComponentMedium, place) && bench.claimsOf(kComponentMedium).isFree(place) &&
+            !bench.wasFree(kComponentMedium, target))
+            bench.findings[finding].lost = "the component at " + std::to_string(target);
+    }
 }
 
 void TreeCheck::followAll() {
@@ -82,7 +93,10 @@ bool TreeCheck::mendOne() {
     if (!deferred.empty()) {
         const auto link = deferred.front();
         deferred.pop_front();
-        adopt(link);
+        if (standsBelowItsParent(wordAt(placeOf(link))))
+            cut(link, {Verdict::stray, "stands below its own parent as well"});
+        else
+            adopt(link);
         return true;
     }
     isFrontDone = isFrontDone || !putInFront();
@@ -195,6 +209,8 @@ void TreeCheck::cut(const Link &link, const Look &look) {
     const bool isKnownOddity = look.verdict == Verdict::stray && isLeaf && (link.isFirst() || link.holder == target);
     const auto finding = bench.report(isKnownOddity ? Gravity::oddity : Gravity::damage, at(link.holder),
                                       name + look.sentence, "the chain ends there");
+    if (look.verdict == Verdict::none)
+        deadEnds.emplace_back(target, finding);
     setWord(placeOf(link), 0);
     brokenOwners.insert(link.owner);
     broken.push_back({link, finding});
@@ -218,6 +234,18 @@ void TreeCheck::giveOrphan(const BrokenLink &end) {
     std::erase(byParent[end.link.owner], key);
     setWord(placeOf(end.link), key);
     work.push_back(end.link);
+}
+
+/// Whether a component is in the chain of the node that it names, which is not reached yet.
+bool TreeCheck::standsBelowItsParent(uint32_t key) const {
+    const uint32_t parent = wordAt(key + kParentPlace);
+    if (!isLeft(parent) || !std::binary_search(candidates.begin(), candidates.end(), parent) ||
+        wordAt(parent + kKindPlace) != TAVDB_KIND_NODE)
+        return false;
+    uint32_t child = wordAt(parent + kFirstChildPlace);
+    for (size_t steps = 0; child != 0 && child != key && steps < candidates.size(); steps++)
+        child = wordAt(child + kParentPlace) == parent ? wordAt(child + kNextPlace) : 0;
+    return child == key;
 }
 
 /// The component that a link leads to, and that nothing else leads to, belongs there.
@@ -355,7 +383,7 @@ bool TreeCheck::canBeNamed(uint32_t key, uint32_t parent, const tavDBMComponent 
     if (component.parent != parent || !isKind(component.kind) || !bench.namesItself(kStringMedium, component.name))
         return false;
     if (component.kind == TAVDB_KIND_LEAF)
-        return holdsValues(key);
+        return countValues(key) != 0;
     return wordAt(key + kFirstChildPlace) == 0 || leadsToChild(key);
 }
 
@@ -385,13 +413,20 @@ bool TreeCheck::holdsValues(uint32_t key) const {
             return false;
     if (!leaf)
         return false;
-    size_t values = 0;
-    for (const uint32_t value : {leaf->currentValue, leaf->defaultValue, leaf->factoryValue}) {
-        if (value != 0 && !bench.namesItself(kValueMedium, value))
-            return false;
-        values += value != 0 ? 1 : 0;
-    }
-    return values != 0;
+    const uint32_t keys[] = {leaf->currentValue, leaf->defaultValue, leaf->factoryValue};
+    const auto named = static_cast<size_t>(std::count(std::begin(keys), std::end(keys), 0U)) + countValues(key);
+    return named == std::size(keys) && countValues(key) != 0;
+}
+
+/// How many sound values a record names where a leaf does.
+size_t TreeCheck::countValues(uint32_t key) const {
+    const auto leaf = bench.images.read<tavDBMLeaf>(kComponentMedium, key);
+    if (!leaf)
+        return 0;
+    const uint32_t keys[] = {leaf->currentValue, leaf->defaultValue, leaf->factoryValue};
+    return static_cast<size_t>(std::count_if(std::begin(keys), std::end(keys), [&](uint32_t value) {
+        return value != 0 && bench.namesItself(kValueMedium, value);
+    }));
 }
 
 /// Records that name themselves, outside of the free list. What was deleted and given

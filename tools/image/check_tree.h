@@ -63,6 +63,7 @@ private:
         int32_t kind = TAVDB_KIND_NODE;
     };
 
+    void nameLosses();
     void findRoot();
     bool acceptRoot(uint32_t key);
     std::optional<uint32_t> otherRoot() const;
@@ -72,6 +73,7 @@ private:
     void follow(Link link);
     void followAll();
     bool mendOne();
+    bool standsBelowItsParent(uint32_t key) const;
     void adopt(Link link);
     void cut(const Link &link, const Look &look);
     void giveOrphan(const BrokenLink &end);
@@ -87,6 +89,7 @@ private:
     std::optional<int32_t> impliedKind(uint32_t key, const tavDBMComponent &component) const;
     bool leadsToChild(uint32_t key) const;
     bool holdsValues(uint32_t key) const;
+    size_t countValues(uint32_t key) const;
 
     void enter(uint32_t key, uint32_t parent, int32_t kind);
     void findCandidates();
@@ -112,6 +115,7 @@ private:
     std::deque<Link> deferred;  ///< to a component that names another parent
     std::deque<BrokenLink> broken;
     std::unordered_set<uint32_t> brokenOwners;
+    std::vector<std::pair<uint32_t, size_t>> deadEnds;  ///< where broken links led, and what was found then
     bool haveCandidates = false;
     std::vector<uint32_t> candidates;                    ///< records that no link leads to, ascending
     std::map<uint32_t, std::vector<uint32_t>> byParent;  ///< the same by the parent they name

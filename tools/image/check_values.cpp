@@ -102,10 +102,8 @@ std::optional<std::string> ValueCheck::acceptRecord(const FoundAt &leaf, uint32_
     if (!isNamed)
         bench.report(Gravity::damage, at, "it says that it lies at " + std::to_string(value.key),
                      "it says where it lies");
-    if (wasDeleted) {
-        bench.report(Gravity::oddity, leaf, its + "was deleted", "the value is taken out of the free list");
-        bench.revived.emplace(kValueMedium, key);
-    }
+    if (wasDeleted)
+        bench.report(Gravity::damage, leaf, its + "is free as well", "it is taken out of the free list");
     value.key = key;
     bench.images.write(kValueMedium, key, value);
     bench.claimsOf(kValueMedium).take({key, sizeof value});
@@ -185,10 +183,7 @@ std::optional<std::string> ValueCheck::constraintFault(uint32_t leaf, uint32_t k
         bench.images.write(kConstraintMedium, key, key);
     }
     if (wasDeleted)
-        bench.revived.emplace(kConstraintMedium, key);
-    if (wasDeleted)
-        bench.report(Gravity::oddity, at, "it was deleted, and a value refers to it",
-                     "it is taken out of the free list");
+        bench.report(Gravity::damage, at, "it is free as well", "it is taken out of the free list");
     return std::nullopt;
 }
 
@@ -209,8 +204,6 @@ std::optional<std::string> ValueCheck::claimConstraint(const FoundAt &at, const 
         return std::nullopt;
     if (array && claims.take(*array)) {
         elements.emplace(array->offset, array->sizeBytes);
-        if (bench.wasFree(kConstraintMedium, array->offset))
-            bench.revived.emplace(kConstraintMedium, array->offset);
         return std::nullopt;
     }
     claims.giveBack({at.offset, size});
