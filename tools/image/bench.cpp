@@ -41,7 +41,7 @@ void Bench::nameAfterKey(uint32_t component) {
 std::string Bench::keyName(uint32_t component) const {
     const auto record = images.read<tavDBMComponent>(kComponentMedium, component);
     const bool isNode = record && record->kind == TAVDB_KIND_NODE;
-    return "recovered-" + std::to_string(component) + (isNode ? "/" : "");
+    return kRecovered + std::to_string(component) + (isNode ? "/" : "");
 }
 
 bool Bench::setText(uint32_t stringKey, const std::string &text) {

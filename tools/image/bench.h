@@ -19,6 +19,9 @@
 
 namespace tavdb::image {
 
+/// What the name begins with that a component gets in place of a lost one; its key follows.
+inline constexpr const char *kRecovered = "recovered-";
+
 /// Where something was found.
 struct FoundAt {
     int32_t medium = 0;

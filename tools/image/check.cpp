@@ -134,7 +134,7 @@ private:
             takenNames.insert(name);
             return;
         }
-        name = (stem.empty() ? "recovered" : stem) + "-" + std::to_string(orphan) + (endsAsNode ? "/" : "");
+        name = (stem.empty() ? kRecovered : stem + "-") + std::to_string(orphan) + (endsAsNode ? "/" : "");
         takenNames.insert(name);
         bench.newNames[orphan] = name;
     }
@@ -172,35 +172,42 @@ private:
             (component.isNode ? counts.nodes : counts.leaves)++;
         counts.nodes--;
         for (auto &finding : bench.findings)
-            finding.path = finding.component != 0 ? pathOf(finding.component) : "";
-        auto paths = displacedLeaves();
-        return {std::move(bench.findings), std::move(bench.images), std::move(paths), counts};
+            finding.path = finding.component != 0 ? pathIn(bench.images, finding.component) : "";
+        Examination examination{std::move(bench.findings), std::move(bench.images), {}, {}, counts};
+        sortLeaves(examination);
+        return examination;
     }
 
-    std::vector<std::string> displacedLeaves() const {
+    void sortLeaves(Examination &examination) const {
         const std::set<uint32_t> tops(bench.displaced.begin(), bench.displaced.end());
-        std::vector<std::string> paths;
+        if (tops.empty())
+            return;
+        const auto &images = examination.images;
         for (const auto &component : tree.components()) {
-            size_t steps = 0;
+            if (component.isNode)
+                continue;
             uint32_t above = component.key;
-            while (above != 0 && !tops.contains(above) && steps++ <= tree.components().size())
-                above = word(above, kParentPlace);
-            if (!component.isNode && above != 0 && !tops.empty())
-                paths.push_back(pathOf(component.key));
+            for (size_t steps = 0; above != 0 && !tops.contains(above) && steps <= tree.components().size(); steps++)
+                above = *images.read<uint32_t>(kComponentMedium, above + kParentPlace);
+            const auto path = pathIn(images, component.key);
+            if (above != 0)
+                examination.displaced.push_back(path);
+            else
+                examination.settled.insert(path);
         }
-        return paths;
     }
 
     /// As the commands write it; a component without a name is @KEY there.
-    std::string pathOf(uint32_t component) const {
+    std::string pathIn(const RawImages &images, uint32_t component) const {
         std::string path;
         for (size_t depth = 0; component != tree.root() && component != 0 && depth <= tree.components().size();
              depth++) {
-            auto name = textOf(bench.images, word(component, kNamePlace));
+            const auto header = *images.read<tavDBMComponent>(kComponentMedium, component);
+            auto name = header.name == 0 ? std::string() : textOf(images, header.name);
             if (name.ends_with('/'))
                 name.pop_back();
             path.insert(0, "/" + (name.empty() ? "@" + std::to_string(component) : name));
-            component = word(component, kParentPlace);
+            component = header.parent;
         }
         return path.empty() ? "/" : path;
     }

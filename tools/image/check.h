@@ -5,6 +5,7 @@
 // oddities that stay.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,8 @@ struct Examination {
     RawImages images;  ///< put right
     /// New paths of leaves that were, or may have been, to be found by another path.
     std::vector<std::string> displaced;
-    Counts counts;  ///< of the tree that was put right
+    std::set<std::string> settled;  ///< paths of the other leaves; not filled when none is displaced
+    Counts counts;                  ///< of the tree that was put right
 
     bool isDamaged() const;
     bool hasLosses() const;

@@ -12,6 +12,7 @@
 #include <map>
 #include <sstream>
 
+#include "image/bench.h"
 #include "image/build_folder.h"
 #include "image/files.h"
 #include "image/media_image.h"
@@ -231,23 +232,39 @@ private:
         return markSecrets();
     }
 
-    /// A leaf that came to another path has left its secret mark behind. Which one it
-    /// had is not known: where there are secrets at all, it counts as one.
+    /// A leaf that came to another path has left its secret mark behind. It gets one when
+    /// it could be a secret whose own path leads nowhere now.
     Status markSecrets() {
-        if (check.examination.displaced.empty())
+        const auto &examination = check.examination;
+        if (examination.displaced.empty())
             return std::nullopt;
         const auto file = SchemaFile::open(joinPath(folder, kSchemaName));
         const auto read = file ? file.value->readAll() : Result<Schema>::bad(file.error);
         if (!read)
             return faultIn(std::string(kSchemaName), read.error);
+        std::vector<std::string> missing;
+        for (const auto &[path, entry] : read.value->components)
+            if (entry.secret && !examination.settled.contains(path))
+                missing.push_back(path);
         auto schema = *read.value;
-        const auto isSecret = [](const auto &entry) { return entry.second.secret; };
-        if (std::none_of(schema.components.begin(), schema.components.end(), isSecret))
-            return std::nullopt;
-        for (const auto &path : check.examination.displaced)
-            schema.components[path].secret = true;
-        changed.emplace(kSchemaName, formatSchema(schema));
+        bool isChanged = false;
+        for (const auto &path : examination.displaced)
+            if (std::any_of(missing.begin(), missing.end(),
+                            [&](const std::string &secret) { return couldBe(path, secret); })) {
+                isChanged = isChanged || !schema.components[path].secret;
+                schema.components[path].secret = true;
+            }
+        if (isChanged)
+            changed.emplace(kSchemaName, formatSchema(schema));
         return std::nullopt;
+    }
+
+    /// By its last name, which may have been lost, or have got its key behind it.
+    static bool couldBe(const std::string &path, const std::string &former) {
+        const auto name = path.substr(path.rfind('/') + 1);
+        const auto formerName = former.substr(former.rfind('/') + 1);
+        return name == formerName || name.starts_with(formerName + "-") || name.starts_with(kRecovered) ||
+               name.starts_with('@');
     }
 
     std::string freeName() const {

@@ -199,7 +199,7 @@ TEST_F(Repair, SecretThatCameToAnotherPathStaysOne) {
     ASSERT_TRUE(repairDatabase(db));
     const auto schema = SchemaFile::open(place / "db/schema.json");
     EXPECT_TRUE(schema.value->find("/lost+found/e").value->secret);
-    EXPECT_TRUE(schema.value->find("/lost+found/d").value->secret) << "nobody knows which of them it was";
+    EXPECT_FALSE(schema.value->find("/lost+found/d").value->secret);
     expectSoundNow();
 }
 
@@ -364,6 +364,17 @@ TEST_F(Repair, ControlTableIsLookedAtAndLeftAlone) {
     EXPECT_EQ(bytesOf(place / "control.tbl"), before);
 }
 
+void readValue(tavDBMSession *session, uint32_t key) {
+    session->errorCode = 0;
+    int32_t length = value_getLength(session, key);
+    ASSERT_GE(length, 0);
+    const int32_t expected = length;
+    std::string bytes(static_cast<size_t>(length), '?');
+    EXPECT_EQ(value_getGeneric(session, key, bytes.data(), &length), 0);
+    EXPECT_EQ(length, expected);
+    EXPECT_EQ(session->errorCode, 0U);
+}
+
 /// Every value that is left is read through the library, in a process for each database:
 /// one process does not forget the media of the database before.
 void readEverything(const std::string &db) {
@@ -383,12 +394,9 @@ void readEverything(const std::string &db) {
                 continue;
             tavDBMLeaf leaf = {};
             ASSERT_NE(comp_getLeaf(session, child, &leaf), nullptr);
-            if (leaf.currentValue != 0)
-                database.current(child);
-            if (leaf.defaultValue != 0)
-                database.standard(child);
-            if (leaf.factoryValue != 0)
-                database.factory(child);
+            for (const uint32_t value : {leaf.currentValue, leaf.defaultValue, leaf.factoryValue})
+                if (value != 0)
+                    readValue(session, value);
         }
     }
 }
