@@ -43,6 +43,7 @@ void print(const std::vector<image::Finding> &findings, bool asJson, Console &co
             console.print(image::formatFinding(finding) + "\n");
     if (asJson)
         console.print(dumpJson(list));
+    console.flush();
 }
 
 std::string counted(size_t count, const std::string &one, const std::string &many) {
