@@ -116,6 +116,9 @@ protected:
         if (writes.empty())
             return;
         const auto end = cutMedia().contents;
+        const auto whole = image::examine({image::nativeOrder(), end});
+        EXPECT_FALSE(whole.isDamaged()) << "by a call that was not cut: "
+                                        << testing::PrintToString(image::linesOf(whole));
         const auto after = treeOf(end);
         auto cut = start;
         for (const auto &write : writes) {
