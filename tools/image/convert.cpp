@@ -103,28 +103,6 @@ Status checkUnused(const DatabaseDirectory &directory) {
     return std::nullopt;
 }
 
-Fault unfit(const std::string &sentence) {
-    return faultIn(std::string(kMediaFile), {FaultKind::failed, sentence, 0, 0});
-}
-
-/// The media configuration is copied, so what it names must be what is copied.
-Status checkNames(const DatabaseDirectory &directory) {
-    for (const auto &medium : kMediumNames) {
-        const auto start = "the " + std::string(medium.kind) + " medium is ";
-        const auto &hint = directory.hintOf(medium.id);
-        // What is served to others lies under its usual name.
-        if (directory.lineOf(medium.id).kind() == "message")
-            continue;
-        if (!directory.imagePath(medium.id))
-            return unfit(start + "no file that can be copied");
-        if (hint != medium.file)
-            return unfit(start + hint + ", not the directory's own " + std::string(medium.file));
-    }
-    if (directory.media.size() == kMediumNames.size())
-        return std::nullopt;
-    return unfit("it names more than the six media of a database directory");
-}
-
 Result<mode_t> rightsOf(const std::string &path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0)
@@ -163,7 +141,7 @@ Result<DatabaseCopy> DatabaseCopy::read(const std::string &path) {
     const auto directory = openDirectory(path, DirectoryUse::readFiles);
     if (!directory)
         return Read::bad(directory.error);
-    for (const auto check : {checkNames, checkUnused})
+    for (const auto check : {checkOwnImages, checkUnused})
         if (auto fault = check(*directory.value))
             return Read::bad(std::move(*fault));
     auto images = RawImages::load(directory.value->path, directory.value->order);

@@ -185,12 +185,7 @@ Status checkOrder(DatabaseDirectory &directory, const std::vector<ImageStart> &s
             return faultIn(start.file, damagedHeader(std::string("its numbers are stored ") + nameOf(start.order) +
                                                      ", those of " + starts[0].file + " " + nameOf(starts[0].order)));
     directory.order = starts.empty() ? nativeOrder() : starts[0].order;
-    if (use != DirectoryUse::readFiles && directory.order != nativeOrder())
-        return Fault{FaultKind::mismatch,
-                     std::string("its numbers are stored ") + nameOf(directory.order) + " and this machine is " +
-                         nameOf(nativeOrder()) + "; 'tavdb convert' makes a copy for this machine",
-                     0, 0};
-    return std::nullopt;
+    return use != DirectoryUse::readFiles && directory.order != nativeOrder() ? otherOrder() : Status{};
 }
 
 Status checkImages(DatabaseDirectory &directory, DirectoryUse use) {
@@ -210,6 +205,10 @@ Status checkTables(const DatabaseDirectory &directory) {
             return faultIn(std::string(table), faultOfError(errno, isThere ? "cannot be written" : "cannot be made"));
     }
     return std::nullopt;
+}
+
+Fault unfit(const std::string &sentence) {
+    return faultIn(std::string(kMediaFile), {FaultKind::failed, sentence, 0, 0});
 }
 
 bool put(char (&field)[TAVDB_PATH_SIZE], const std::string &folder, std::string_view name) {
@@ -249,6 +248,13 @@ Result<tavDBMDescription> describeDirectory(const std::string &path) {
     return Result<tavDBMDescription>::good(description);
 }
 
+Fault otherOrder() {
+    return {FaultKind::mismatch,
+            std::string("its numbers are stored ") + nameOf(opposite(nativeOrder())) + " and this machine is " +
+                nameOf(nativeOrder()) + "; 'tavdb convert' makes a copy for this machine",
+            0, 0};
+}
+
 Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse use) {
     using Opened = Result<DatabaseDirectory>;
     const auto real = realPath(path);
@@ -263,10 +269,31 @@ Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse us
     if (!description)
         return Opened::bad(description.error);
     DatabaseDirectory directory{*real.value, *description.value, std::move(*media.value), nativeOrder()};
+    if (use == DirectoryUse::repair)
+        return Opened::good(std::move(directory));
+    if (exists(joinPath(directory.path, kRepairJournal)))
+        return Opened::bad({FaultKind::damaged, "a repair was cut short; 'tavdb repair' finishes it", 0, 0});
     auto fault = checkImages(directory, use);
     if (!fault && use == DirectoryUse::attach)
         fault = checkTables(directory);
     return fault ? Opened::bad(std::move(*fault)) : Opened::good(std::move(directory));
+}
+
+Status checkOwnImages(const DatabaseDirectory &directory) {
+    for (const auto &medium : kMediumNames) {
+        const auto start = "the " + std::string(medium.kind) + " medium is ";
+        const auto &hint = directory.hintOf(medium.id);
+        // What is served to others lies under its usual name.
+        if (directory.lineOf(medium.id).kind() == "message")
+            continue;
+        if (!directory.imagePath(medium.id))
+            return unfit(start + "no file that can be copied");
+        if (hint != medium.file)
+            return unfit(start + hint + ", not the directory's own " + std::string(medium.file));
+    }
+    if (directory.media.size() == kMediumNames.size())
+        return std::nullopt;
+    return unfit("it names more than the six media of a database directory");
 }
 
 bool isDatabaseFile(std::string_view name) {

@@ -22,6 +22,8 @@ inline constexpr std::string_view kSessionTable = "session.tbl";
 inline constexpr std::string_view kLockTable = "lock.tbl";
 inline constexpr std::string_view kHookFile = "hooks.conf";
 inline constexpr std::string_view kSchemaName = "schema.json";
+/// Is there while repaired images take the place of the damaged ones.
+inline constexpr std::string_view kRepairJournal = "repair.journal";
 /// What the platform adds to the name of a table.
 inline constexpr std::string_view kSemaphoreSuffix = ".sem";
 
@@ -93,8 +95,9 @@ struct DatabaseDirectory {
 
 /// What a directory is opened for. To attach, its tables must be writable; to attach
 /// and to serve its media, its numbers must be in the order of this machine. Images
-/// behind message media are looked at by those who own them: to serve and to read.
-enum class DirectoryUse { attach, serve, readFiles };
+/// behind message media are looked at by those who own them: to serve and to read. To
+/// repair, nothing is expected of the images.
+enum class DirectoryUse { attach, serve, readFiles, repair };
 
 /// Checks that a directory holds a database that this program can use, as far as
 /// its files show it: all there, permitted, sound headers, a known format.
@@ -104,6 +107,13 @@ Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse us
 /// descriptions, so that all programs that use this share locks and sessions.
 /// @param path absolute; what is too long gives a fault
 Result<tavDBMDescription> describeDirectory(const std::string &path);
+
+/// Refuses a directory whose media configuration names anything but its own six images,
+/// or sockets that they are served on.
+Status checkOwnImages(const DatabaseDirectory &directory);
+
+/// Of a database whose numbers are stored in the order that is not this machine's.
+Fault otherOrder();
 
 /// Whether `name` belongs to a database directory.
 bool isDatabaseFile(std::string_view name);

@@ -25,6 +25,7 @@ auto retried(Call call) {
 }
 
 constexpr size_t kChunkBytes = 65536;
+constexpr mode_t kModeBits = 07777;
 
 Result<std::string> readOpened(int fd, size_t limitBytes) {
     std::string content;
@@ -112,6 +113,16 @@ Status writeNewFile(const std::string &path, std::string_view content, mode_t mo
         return fault;
     if (close(file.release()) != 0)
         return faultOfError(errno, "cannot be written");
+    return std::nullopt;
+}
+
+Status takeRights(const std::string &from, const std::string &to) {
+    struct stat status = {};
+    if (stat(from.c_str(), &status) != 0)
+        return faultOfError(errno, "cannot be opened");
+    const bool isGiven = chown(to.c_str(), status.st_uid, status.st_gid) == 0 || errno == EPERM;
+    if (!isGiven || chmod(to.c_str(), status.st_mode & kModeBits) != 0)
+        return faultOfError(errno, "cannot be given its rights");
     return std::nullopt;
 }
 

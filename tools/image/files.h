@@ -59,6 +59,10 @@ Status writeAll(int fd, std::string_view content);
 /// Makes a file that must not be there yet.
 Status writeNewFile(const std::string &path, std::string_view content, mode_t mode = 0664);
 
+/// Gives a file the owner and the rights of the one that it replaces. Who may not give
+/// a file away keeps it, as with every other way of editing it.
+Status takeRights(const std::string &from, const std::string &to);
+
 /// Flushes a file or a folder to its device.
 Status syncPath(const std::string &path);
 

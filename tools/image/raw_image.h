@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "image/byte_order.h"
@@ -60,6 +61,23 @@ public:
         if (storedIn != nativeOrder())
             reverseNumbers(words, sizeof(uint32_t));
         return std::bit_cast<Record>(words);
+    }
+
+    /// Overwrites bytes that the images contain.
+    template <typename Record>
+    void write(int32_t medium, uint32_t offset, const Record &record) {
+        static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) % sizeof(uint32_t) == 0);
+        auto words = std::bit_cast<std::array<char, sizeof(Record)>>(record);
+        if (storedIn != nativeOrder())
+            reverseNumbers(words, sizeof(uint32_t));
+        std::memcpy(contents[static_cast<size_t>(medium)].data() + offset, words.data(), words.size());
+    }
+    /// A medium grows by some bytes. @return their offset
+    uint32_t append(int32_t medium, std::string_view bytes) {
+        auto &content = contents[static_cast<size_t>(medium)];
+        const auto offset = static_cast<uint32_t>(content.size());
+        content.append(bytes);
+        return offset;
     }
 
 private:

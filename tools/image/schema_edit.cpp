@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "image/schema_edit.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,22 +14,8 @@ namespace tavdb::image {
 
 namespace {
 
-constexpr mode_t kModeBits = 07777;
-
 Status inSchema(Fault fault) {
     return faultIn(std::string(kSchemaName), std::move(fault));
-}
-
-/// Owner and rights of the file that is replaced. Who may not give a file away keeps
-/// it, as with every other way of editing it.
-Status takeRights(const std::string &from, const std::string &to) {
-    struct stat status = {};
-    if (stat(from.c_str(), &status) != 0)
-        return faultOfError(errno, "cannot be opened");
-    const bool isGiven = chown(to.c_str(), status.st_uid, status.st_gid) == 0 || errno == EPERM;
-    if (!isGiven || chmod(to.c_str(), status.st_mode & kModeBits) != 0)
-        return faultOfError(errno, "cannot be given its rights");
-    return std::nullopt;
 }
 
 std::string folderOf(const std::string &path) {

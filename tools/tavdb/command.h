@@ -45,6 +45,8 @@ void addUnlock(CLI::App &app, Action &action);
 void addLocks(CLI::App &app, Action &action);
 void addSessions(CLI::App &app, Action &action);
 void addServeMedia(CLI::App &app, Action &action);
+void addCheck(CLI::App &app, Action &action);
+void addRepair(CLI::App &app, Action &action);
 void addDump(CLI::App &app, Action &action);
 void addDebug(CLI::App &app, Action &action);
 void addCompletion(CLI::App &app, Action &action);

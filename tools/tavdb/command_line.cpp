@@ -48,9 +48,10 @@ CommandLine::CommandLine() : app(kAbout) {
     addCommonOptions(app);
     app.set_version_flag("--version", "tavdb " TAVDB_VERSION, "Print the version and exit");
     app.require_subcommand(0, 1);
-    for (const auto add : {addBuild,    addConvert,    addGet,  addSet,   addList,       addTree, addDescribe, addInfo,
-                           addFind,     addReset,      addSave, addMove,  addRemove,     addLock, addUnlock,   addLocks,
-                           addSessions, addServeMedia, addDump, addDebug, addCompletion, addHelp})
+    for (const auto add :
+         {addBuild,    addConvert,    addGet,   addSet,    addList,   addTree,  addDescribe,   addInfo,
+          addFind,     addReset,      addSave,  addMove,   addRemove, addLock,  addUnlock,     addLocks,
+          addSessions, addServeMedia, addCheck, addRepair, addDump,   addDebug, addCompletion, addHelp})
         add(app, action);
     // A command that takes whatever follows would hand its own arguments on.
     for (auto *command : app.get_subcommands({}))

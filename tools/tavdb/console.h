@@ -24,12 +24,12 @@ public:
     void reportAt(std::string_view line, image::FaultKind kind);
     /// A line on standard error that is no fault.
     void remark(std::string_view subject, std::string_view sentence);
+    /// Writes what was printed so far, so that it stands in front of what is reported next.
+    void flush();
     /// Writes what was printed. @return the exit code
     int finish();
 
 private:
-    void flush();
-
     std::string pending;
     bool failed = false;
     int exitCode = 0;

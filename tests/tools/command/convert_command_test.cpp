@@ -105,6 +105,8 @@ TEST_F(ConvertCommand, EveryOtherCommandRefusesTheOtherOrder) {
                                                          {"locks"},
                                                          {"sessions"},
                                                          {"serve-media", "db"},
+                                                         {"check"},
+                                                         {"repair"},
                                                          {"dump"},
                                                          {"debug"}};
     const auto before = filesIn(place / "db");
