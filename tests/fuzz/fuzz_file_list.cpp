@@ -1,31 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The free list, on a medium and in a file, with made-up bytes in both.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "fuzz/fuzz_database.h"
+#include "fuzz/fuzz_memory_file.h"
 #include "fuzz/fuzz_target.h"
 
 namespace tavdb_fuzz {
 namespace {
-
-/// A file that is reached by a path and lies in memory.
-class MemoryFile {
-public:
-    MemoryFile() : fd_(memfd_create("list", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(fd_)) {}
-
-    void put(const Bytes &content) const {
-        if (ftruncate(fd_, 0) != 0 || pwrite(fd_, content.data(), content.size(), 0) < 0)
-            abort();
-    }
-    const char *path() const {
-        return path_.c_str();
-    }
-
-private:
-    int fd_;
-    std::string path_;
-};
 
 const MemoryFile &file() {
     static const MemoryFile one;
@@ -64,7 +44,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     Input input(data, size);
     const Bytes content = input.section();
     putMedium(kStrings, content);
-    file().put(content);
+    file().put({reinterpret_cast<const char *>(content.data()), content.size()});
     runScript(input, kSteps);
     return 0;
 }

@@ -3,7 +3,7 @@
 // by a path would let the input run any file of the machine.
 #include <string>
 
-#include "fuzz/fuzz_place.h"
+#include "fuzz/fuzz_memory_file.h"
 #include "fuzz/fuzz_target.h"
 #include "tavdb_modules.h"
 
@@ -29,9 +29,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string text(reinterpret_cast<const char *>(data), size);
     if (namesAPath(text) || size > 3000)  // a longer line is taken in pieces, whose first words are others
         return 0;
-    static const std::string path = tavdb_fuzz::fileInPlace("media.conf");
-    tavdb_fuzz::writeFile(path, text);
-    media_init(path.c_str(), 0);
+    static const tavdb_fuzz::MemoryFile file;
+    file.put(text);
+    media_init(file.path(), 0);
     media_term();
     return 0;
 }
