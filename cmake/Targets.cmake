@@ -25,6 +25,22 @@ if(TAVDB_SANITIZE)
   add_compile_options(-fno-omit-frame-pointer -g1)
 endif()
 
+# What ships checks itself: calls whose stack was overwritten end the process, as do copies
+# that libc sees overrun their destination, and addresses are bound before anything runs.
+# Libc's checks need an optimising compiler, and sanitizers have their own.
+add_library(tavdb_hardening INTERFACE)
+target_compile_options(tavdb_hardening INTERFACE -fstack-protector-strong)
+target_link_options(tavdb_hardening INTERFACE -Wl,-z,relro -Wl,-z,now)
+if(NOT TAVDB_SANITIZE)
+  target_compile_options(tavdb_hardening INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+endif()
+
+# The fuzzer learns from what the code does.
+if(TAVDB_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # A shared library with a C interface: C++20 without exceptions, RTTI and the C++
 # run-time library, so that libc is all it needs besides other libraries here.
 # The C compiler links it, which is what keeps libstdc++ out. The types in its debug
@@ -50,10 +66,10 @@ function(tavdb_runtime_library target)
     -g $<$<CXX_COMPILER_ID:GNU>:-fstack-usage>
     ${tavdb_trim_compile})
   target_link_options(${target} PRIVATE
-    -Wl,--version-script=${version_script} -Wl,--as-needed -Wl,-z,relro -Wl,-z,now ${tavdb_trim_link})
+    -Wl,--version-script=${version_script} -Wl,--as-needed ${tavdb_trim_link})
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  target_link_libraries(${target} PRIVATE ${arg_NEEDS} tavdb_warnings)
+  target_link_libraries(${target} PRIVATE ${arg_NEEDS} tavdb_warnings tavdb_hardening)
   tavdb_install_runtime_library(${target} "${arg_SUMMARY}" "${arg_NEEDS}")
 endfunction()

@@ -383,7 +383,7 @@ TAVDB_API int32_t tavDBMDeleteComponent(tavDBMSession *session, uint32_t compone
 
 /**
  * Deletes a component and everything below it; values and names stay allocated.
- * @return as tavDBMDeleteComponent; MEMORY, only for trees of more than 32 levels: what is left of the subtree then
+ * @return as tavDBMDeleteComponent; MEMORY, only for trees of more than 16 levels: what is left of the subtree then
  *         stays allocated
  */
 TAVDB_API int32_t tavDBMDeleteComponentWithSub(tavDBMSession *session, uint32_t component);

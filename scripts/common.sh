@@ -10,6 +10,7 @@ packages_build="cmake ninja-build g++ pkg-config libyaml-cpp-dev libpugixml-dev 
 packages_test="libgtest-dev libgmock-dev abigail-tools dpkg-dev man-db"
 packages_test_all="doxygen fish zsh"
 packages_bench="libbenchmark-dev liblmdb-dev libtdb-dev libsqlite3-dev python3-minimal"
+packages_fuzz="clang libclang-rt-14-dev"
 packages_powerpc="g++-powerpc-linux-gnu qemu-user googletest"
 
 runtime_libraries="tavdb tavosw tavhook tavdbfile"

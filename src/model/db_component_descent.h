@@ -60,8 +60,8 @@ public:
     uint32_t nextChild(Site site);
 
 private:
-    static constexpr uint32_t kInside = 32;     ///< levels that need no memory
-    static constexpr uint32_t kPerChunk = 168;  ///< levels of a chunk, which then has about 4 KiB
+    static constexpr uint32_t kInside = 16;     ///< levels that need no memory
+    static constexpr uint32_t kPerChunk = 146;  ///< levels of a chunk, which then has about 4 KiB
     static constexpr uint32_t kTimesOver = 16;  ///< how often a walk may come by all the components there can be
     static constexpr uint32_t kFewest = 64;     ///< components that there can be in any case
 

@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Feeds the library with hostile bytes: builds the fuzz targets with clang's fuzzer,
+# address and undefined-behaviour sanitizers, and runs each for a while, from seeds
+# and from what earlier runs found. Installs what is missing (as root).
+#   scripts/fuzz.sh [SECONDS [TARGET...]]    default: 20 seconds for each of all
+# Prints how often each target ran in a second. What ends a target is kept in
+# build/fuzz/findings: mend it, and keep the input in tests/fuzz/regressions/TARGET.
+. "$(dirname "$0")/common.sh"
+
+seconds=${1:-20}
+[[ "$seconds" =~ ^[1-9][0-9]*$ ]] || die "usage: scripts/fuzz.sh [SECONDS [TARGET...]]"
+shift $(($# > 0 ? 1 : 0))
+targets=${*:-tree constraints strings file_list tables media_conf path description}
+
+# shellcheck disable=SC2086
+need_packages $packages_build $packages_test $packages_fuzz
+build fuzz fuzz_targets
+
+folder=$project/build/fuzz
+"$folder/bin/fuzz_seeds" "$folder/seeds"
+mkdir -p "$folder/findings"
+failed=0
+
+# run TARGET: its corpus grows from run to run
+run() {
+    local target=$1 corpus="$folder/corpus/$1" log="$folder/$1.log" inputs
+    [ -x "$folder/bin/fuzz_$target" ] || die "there is no target $target"
+    mkdir -p "$corpus"
+    inputs=("$folder/seeds/$target")
+    [ ! -d "$project/tests/fuzz/regressions/$target" ] || inputs+=("$project/tests/fuzz/regressions/$target")
+    if (cd "$folder" && "bin/fuzz_$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=16384 \
+        -dict="$project/tests/fuzz/words.dict" -artifact_prefix="$folder/findings/$target-" -print_final_stats=1 \
+        "$corpus" "${inputs[@]}" >"$log" 2>&1); then
+        printf '%-12s %8s runs a second, %s in all, %s inputs kept\n' "$target" \
+            "$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")" \
+            "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" "$(find "$corpus" -type f | wc -l)"
+    else
+        failed=$((failed + 1))
+        printf '%-12s FAILED, see %s\n' "$target" "${log#"$project/"}"
+        grep -m3 -E '^==[0-9]+==ERROR|^SUMMARY|runtime error|Test unit written' "$log" || true
+    fi
+}
+
+say "fuzzing for $seconds s each"
+for target in $targets; do
+    run "$target"
+done
+[ "$failed" -eq 0 ]

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "fuzz/fuzz_place.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace tavdb_fuzz {
+
+namespace {
+
+pid_t s_owner;
+
+const std::string &place() {
+    static const std::string *const folder = [] {
+        std::string pattern = (std::filesystem::temp_directory_path() / "tavdb_fuzz.XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr) {
+            std::perror("a folder for the fuzz target");
+            std::exit(1);
+        }
+        return new std::string(pattern);
+    }();
+    return *folder;
+}
+
+void removePlace() {
+    std::error_code ignored;
+    if (getpid() == s_owner)
+        std::filesystem::remove_all(place(), ignored);
+}
+
+}  // namespace
+
+std::string fileInPlace(const std::string &name) {
+    if (s_owner == 0) {
+        s_owner = getpid();
+        std::atexit(removePlace);
+    }
+    return place() + '/' + name;
+}
+
+void writeFile(const std::string &path, const std::string &content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+}  // namespace tavdb_fuzz
