@@ -16,15 +16,18 @@ benchmark::internal::Benchmark *addProgram(const std::string &name, const Words 
                                            std::function<void()> after = {}) {
     const auto body = [words, after](benchmark::State &state) {
         long memoryKib = 0;
+        double processorSeconds = 0;
         for (auto _ : state) {
             const Cost cost = run(words);
             if (!cost.isGood)
                 return state.SkipWithError((words[0] + " failed").c_str());
+            processorSeconds += cost.processorSeconds;
             memoryKib = std::max(memoryKib, cost.memoryKib);
             state.SetIterationTime(cost.seconds);
             if (after)
                 after();
         }
+        state.counters["processor_seconds"] = benchmark::Counter(processorSeconds, benchmark::Counter::kAvgIterations);
         state.counters["memory_kib"] = static_cast<double>(memoryKib);
     };
     return benchmark::RegisterBenchmark(name.c_str(), body)->UseManualTime()->Unit(benchmark::kMillisecond);

@@ -2,8 +2,9 @@
 /*
  * launcher PROGRAM ARGUMENT...
  *
- * Runs a program without its output and writes "STATUS SECONDS KIB" to descriptor
- * 3: its wait status, how long it took and the most memory that was resident. A
+ * Runs a program without its output and writes "STATUS SECONDS PROCESSOR KIB" to
+ * descriptor 3: its wait status, how long it took, how much of that it had a
+ * processor for, and the most memory that was resident. A
  * program's account of memory begins with what its parent has, so the parent is
  * as small as this. Without a program it is one that does nothing.
  */
@@ -12,9 +13,14 @@
 #include <spawn.h>
 #include <stdio.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+
+static double secondsOf(struct timeval time) {
+    return (double)time.tv_sec + (double)time.tv_usec / 1e6;
+}
 
 static double now(void) {
     struct timespec t;
@@ -37,5 +43,7 @@ int main(int argc, char **argv) {
     if (posix_spawn(&process, argv[1], &actions, NULL, argv + 1, environ) != 0 ||
         wait4(process, &status, 0, &usage) != process)
         return 1;
-    return dprintf(3, "%d %.9f %ld\n", status, now() - start, usage.ru_maxrss) > 0 ? 0 : 1;
+    const double taken = now() - start;
+    const double processor = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
+    return dprintf(3, "%d %.9f %.9f %ld\n", status, taken, processor, usage.ru_maxrss) > 0 ? 0 : 1;
 }

@@ -69,8 +69,8 @@ Cost run(const std::vector<std::string> &words) {
     FILE *const report = fdopen(ends[0], "r");
     Cost cost;
     int status = -1;
-    const bool isReported =
-        report != nullptr && fscanf(report, "%d %lf %ld", &status, &cost.seconds, &cost.memoryKib) == 3;
+    const bool isReported = report != nullptr && fscanf(report, "%d %lf %lf %ld", &status, &cost.seconds,
+                                                        &cost.processorSeconds, &cost.memoryKib) == 4;
     cost.isGood = isReported && status == 0;
     if (report != nullptr)
         fclose(report);

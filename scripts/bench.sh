@@ -7,7 +7,7 @@
 # to GROUP.json beside it. --quick repeats less, for a first look.
 . "$(dirname "$0")/common.sh"
 
-repetitions=15 seconds=0.05
+repetitions=31 seconds=0.02
 if [ "${1:-}" = --quick ]; then
     repetitions=5 seconds=0.01
     shift
