@@ -32,6 +32,7 @@ void writeFile(const std::string &path, const std::string &content);
 struct Cost {
     bool isGood = false;  ///< it ran and its exit code was 0
     double seconds = 0;
+    double processorSeconds = 0;
     long memoryKib = 0;  ///< the most that was resident
 };
 

@@ -5,9 +5,11 @@
     table.py OUTPUT.json GROUP.json...
 
 A figure is the median of its repetitions; behind it stands half the distance between the quartiles, in percent.
+It is the processor's time, but the time that passes where a workload waits for a device or another process.
 """
 
 import json
+import re
 import statistics
 import sys
 
@@ -44,6 +46,7 @@ LIMITS = [
     ("tavdb build, large model, memory media", "build/tr-181/memory", 0.5, None),
 ]
 
+ADDED_TO_NAMES = re.compile(r"(real_time|manual_time|iterations:\d+|repeats:\d+)$")
 UNITS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 MEDIA = ["memory", "memory floor", "file", "file floor", "message", "message floor"]
 STORES = ["memory", "LMDB", "LMDB in one snapshot", "tdb", "tdb with mutexes", "SQLite"]
@@ -52,18 +55,26 @@ SIZES = ["500", "5000", "50000"]
 
 class Figure:
     def __init__(self, runs):
-        times = sorted(run["real_time"] * UNITS[run["time_unit"]] for run in runs)
+        waits = runs[0]["name"].endswith(("/real_time", "/manual_time"))
+        times = sorted(run["real_time" if waits else "cpu_time"] * UNITS[run["time_unit"]] for run in runs)
         self.seconds = statistics.median(times)
         low, _, high = statistics.quantiles(times, n=4) if len(times) > 1 else (times[0],) * 3
         self.spread = (high - low) / 2 / self.seconds * 100
         self.memory_kib = max(run.get("memory_kib", 0) for run in runs)
+        self.processor_seconds = statistics.median(run.get("processor_seconds", 0) for run in runs)
 
     def __str__(self):
-        for unit, limit in (("ns", 1e-6), ("us", 1e-3), ("ms", 1.0), ("s", float("inf"))):
-            if self.seconds < limit:
-                number = self.seconds / UNITS[unit]
-                text = f"{number:.3g}" if number < 100 else f"{number:.0f}"
-                return f"{text} {unit} ±{self.spread:.0f} %"
+        return f"{in_words(self.seconds)} ±{self.spread:.0f} %"
+
+    def of_program(self):
+        """Time, processor's time and memory of a program."""
+        return [str(self), in_words(self.processor_seconds), f"{self.memory_kib / 1024:.1f} MiB"]
+
+
+def in_words(seconds):
+    unit = next(unit for unit in ("s", "ms", "us", "ns") if seconds >= UNITS[unit] or unit == "ns")
+    number = seconds / UNITS[unit]
+    return (f"{number:.3g}" if number < 100 else f"{number:.0f}") + " " + unit
 
 
 def figures_of(files):
@@ -71,7 +82,7 @@ def figures_of(files):
     for file in files:
         with open(file, encoding="utf-8") as stream:
             for run in json.load(stream)["benchmarks"]:
-                name = run["run_name"].removesuffix("/real_time").removesuffix("/manual_time")
+                name = "/".join(part for part in run["run_name"].split("/") if not ADDED_TO_NAMES.match(part))
                 if run.get("error_occurred"):
                     failures.append(f"{name}: {run['error_message']}")
                 elif run["run_type"] == "iteration":
@@ -94,9 +105,8 @@ def print_ratios(figures):
     for name, ours, other, relation, goal in RATIOS:
         if ours not in figures or other not in figures:
             continue
-        ratio = figures[ours].seconds / figures[other].seconds
-        if relation == TIMES_FASTER:
-            ratio = 1 / ratio
+        pair = (figures[ours], figures[other]) if relation == TIMES_SLOWER else (figures[other], figures[ours])
+        ratio = pair[0].seconds / pair[1].seconds
         met = goal is None or (ratio <= goal if relation == TIMES_SLOWER else ratio >= goal)
         wanted = "" if goal is None else f"{'at most' if relation == TIMES_SLOWER else 'at least'} {goal:g}"
         rows.append([name, relation, other.split("/")[1], f"{ratio:.2f}", wanted, "" if met else "missed"])
@@ -110,9 +120,9 @@ def print_limits(figures):
         if figure is None:
             continue
         met = figure.seconds <= seconds and (memory_kib is None or figure.memory_kib <= memory_kib)
-        wanted = f"{seconds * 1e3:g} ms" + (f", {memory_kib} KiB" if memory_kib else "")
-        rows.append([name, str(figure), f"{figure.memory_kib:.0f} KiB", wanted, "" if met else "missed"])
-    print_table("The command on the large model", ["", "time", "memory", "at most", ""], rows)
+        wanted = f"{seconds * 1e3:g} ms" + (f", {memory_kib // 1024} MiB" if memory_kib else "")
+        rows.append([name, *figure.of_program(), wanted, "" if met else "missed"])
+    print_table("The command on the large model", ["", "time", "of a processor", "memory", "at most", ""], rows)
 
 
 def pivot(figures, columns, key):
@@ -143,19 +153,17 @@ def print_all(figures):
                 lambda p: (p[0], p[1]) if len(p) == 3 and p[2] == "5000" else None, least=2)
     print_pivot(figures, "Processes at once, for each access of one of them", ["memory", "file"],
                 lambda p: (p[0].removeprefix("processes, "), p[1]) if p[0].startswith("processes") else None)
-    print_table("Locks and the command", ["", "time", "memory"],
-                [[name, str(figure), f"{figure.memory_kib:.0f} KiB" if figure.memory_kib else ""]
-                 for name, figure in sorted(figures.items())
-                 if name.split("/")[0] in ("lock and unlock", "build", "start of an empty program")
-                 or name.startswith("command")])
+    print_table("Locks", ["", "time"], [[name, str(figure)] for name, figure in sorted(figures.items())
+                                        if name.startswith("lock")])
+    print_table("Programs", ["", "time", "of a processor", "memory"],
+                [[name, *figure.of_program()] for name, figure in sorted(figures.items()) if figure.memory_kib])
 
 
 def main():
     output, files = sys.argv[1], sys.argv[2:]
     figures, failures = figures_of(files)
     with open(output, "w", encoding="utf-8") as stream:
-        json.dump({name: {"seconds": figure.seconds, "spread_percent": figure.spread,
-                          "memory_kib": figure.memory_kib} for name, figure in figures.items()}, stream, indent=1)
+        json.dump({name: vars(figure) for name, figure in figures.items()}, stream, indent=1)
     print_all(figures)
     for failure in failures:
         print(f"failed: {failure}", file=sys.stderr)

@@ -71,15 +71,16 @@ void addTree(Device &device) {
 }
 
 void addSync(Device &device) {
-    add(nameOf("write and sync", device.directory().media(), device.directory().settings()), [&device](auto &state) {
-        const uint32_t leaf = device.leaf(static_cast<uint32_t>(Kind::u32));
-        uint32_t number = 0;
-        measure(state, [&] {
-            number = (number + 1) % kU32Max;
-            return tavDBMSetUint32(device.session(), leaf, number) == TAVDB_OK &&
-                   tavDBMSync(device.session(), kDataMedium, 0) == TAVDB_OK;
-        });
-    });
+    addWaiting(nameOf("write and sync", device.directory().media(), device.directory().settings()),
+               [&device](auto &state) {
+                   const uint32_t leaf = device.leaf(static_cast<uint32_t>(Kind::u32));
+                   uint32_t number = 0;
+                   measure(state, [&] {
+                       number = (number + 1) % kU32Max;
+                       return tavDBMSetUint32(device.session(), leaf, number) == TAVDB_OK &&
+                              tavDBMSync(device.session(), kDataMedium, 0) == TAVDB_OK;
+                   });
+               });
 }
 
 }  // namespace tavdb_benchmark

@@ -13,35 +13,37 @@ namespace {
 
 template <auto Get, typename T>
 void addRead(Device &device, Kind kind, const char *what) {
-    add(nameOf(what, device.directory().media(), device.directory().settings()), [&device, kind](auto &state) {
-        Round<uint32_t> leaves(device.leaves(kind));
-        T value = {};
-        measure(state, [&] { return Get(device.session(), leaves.next(), &value) == TAVDB_OK; });
-        benchmark::DoNotOptimize(value);
-    });
+    addFor(device.directory(), nameOf(what, device.directory().media(), device.directory().settings()),
+           [&device, kind](auto &state) {
+               Round<uint32_t> leaves(device.leaves(kind));
+               T value = {};
+               measure(state, [&] { return Get(device.session(), leaves.next(), &value) == TAVDB_OK; });
+               benchmark::DoNotOptimize(value);
+           });
 }
 
 template <auto Set, typename T>
 void addWrite(Device &device, Kind kind, const char *what) {
-    add(nameOf(what, device.directory().media(), device.directory().settings()), [&device, kind](auto &state) {
-        Round<uint32_t> leaves(device.leaves(kind));
-        uint32_t number = 0;
-        measure(state, [&] {
-            number = (number + 1) % 200;
-            return Set(device.session(), leaves.next(), static_cast<T>(number)) == TAVDB_OK;
-        });
-    });
+    addFor(device.directory(), nameOf(what, device.directory().media(), device.directory().settings()),
+           [&device, kind](auto &state) {
+               Round<uint32_t> leaves(device.leaves(kind));
+               uint32_t number = 0;
+               measure(state, [&] {
+                   number = (number + 1) % 200;
+                   return Set(device.session(), leaves.next(), static_cast<T>(number)) == TAVDB_OK;
+               });
+           });
 }
 
 void addTexts(Device &device) {
     const std::string &media = device.directory().media();
     const uint32_t settings = device.directory().settings();
-    add(nameOf("read text", media, settings), [&device](auto &state) {
+    addFor(device.directory(), nameOf("read text", media, settings), [&device](auto &state) {
         Round<uint32_t> leaves(device.leaves(Kind::text));
         char text[kTextBytes];
         measure(state, [&] { return tavDBMGetString(device.session(), leaves.next(), text, kTextBytes) == TAVDB_OK; });
     });
-    add(nameOf("write text", media, settings), [&device](auto &state) {
+    addFor(device.directory(), nameOf("write text", media, settings), [&device](auto &state) {
         Round<uint32_t> leaves(device.leaves(Kind::text));
         const std::string text(kTextBytes - 1, 'x');
         measure(state, [&] { return tavDBMSetString(device.session(), leaves.next(), text.c_str()) == TAVDB_OK; });
@@ -52,12 +54,12 @@ void addTexts(Device &device) {
 void addOne(Device &device) {
     const std::string &media = device.directory().media();
     const uint32_t settings = device.directory().settings();
-    add(nameOf("read one u32", media, settings), [&device](auto &state) {
+    addFor(device.directory(), nameOf("read one u32", media, settings), [&device](auto &state) {
         const uint32_t leaf = device.leaf(static_cast<uint32_t>(Kind::u32));
         uint32_t value = 0;
         measure(state, [&] { return tavDBMGetUint32(device.session(), leaf, &value) == TAVDB_OK; });
     });
-    add(nameOf("write one u32", media, settings), [&device](auto &state) {
+    addFor(device.directory(), nameOf("write one u32", media, settings), [&device](auto &state) {
         const uint32_t leaf = device.leaf(static_cast<uint32_t>(Kind::u32));
         measure(state, [&] { return tavDBMSetUint32(device.session(), leaf, 1492) == TAVDB_OK; });
     });
@@ -73,25 +75,27 @@ void addFloorOf(Device &device, MakeFloor make, const char *prefix, bool isOne) 
         all.resize(isOne ? 1 : all.size());
         return Round<uint32_t>(std::move(all));
     };
-    add(nameOf(std::string("read ") + prefix, who, settings), [&device, make, leaves](auto &state) {
-        const auto floor = make(device.directory());
-        auto round = leaves();
-        uint32_t value = 0;
-        measure(state, [&] {
-            floor->read(round.next(), &value, sizeof value);
-            return true;
-        });
-        benchmark::DoNotOptimize(value);
-    });
-    add(nameOf(std::string("write ") + prefix, who, settings), [&device, make, leaves](auto &state) {
-        const auto floor = make(device.directory());
-        auto round = leaves();
-        const uint32_t value = 1492;
-        measure(state, [&] {
-            floor->write(round.next(), &value, sizeof value);
-            return true;
-        });
-    });
+    addFor(device.directory(), nameOf(std::string("read ") + prefix, who, settings),
+           [&device, make, leaves](auto &state) {
+               const auto floor = make(device.directory());
+               auto round = leaves();
+               uint32_t value = 0;
+               measure(state, [&] {
+                   floor->read(round.next(), &value, sizeof value);
+                   return true;
+               });
+               benchmark::DoNotOptimize(value);
+           });
+    addFor(device.directory(), nameOf(std::string("write ") + prefix, who, settings),
+           [&device, make, leaves](auto &state) {
+               const auto floor = make(device.directory());
+               auto round = leaves();
+               const uint32_t value = 1492;
+               measure(state, [&] {
+                   floor->write(round.next(), &value, sizeof value);
+                   return true;
+               });
+           });
 }
 
 MakeFloor floorOf(const std::string &media) {

@@ -20,8 +20,22 @@ inline std::string nameOf(const std::string &what, const std::string &who, uint3
     return what + '/' + who + '/' + std::to_string(settings);
 }
 
+/// Its time is the processor's, which what else runs on the machine disturbs least.
 inline benchmark::internal::Benchmark *add(const std::string &name, Body body) {
-    return benchmark::RegisterBenchmark(name.c_str(), std::move(body))->UseRealTime();
+    return benchmark::RegisterBenchmark(name.c_str(), std::move(body));
+}
+
+/// For workloads that wait for a device or another process: its time is that which passes.
+inline void addWaiting(const std::string &name, Body body) {
+    add(name, std::move(body))->UseRealTime();
+}
+
+/// As the medium of the directory asks for.
+inline void addFor(const Directory &directory, const std::string &name, Body body) {
+    if (directory.media() == "message")
+        addWaiting(name, std::move(body));
+    else
+        add(name, std::move(body));
 }
 
 /// Runs `step` again and again; it returns whether it did what it should.

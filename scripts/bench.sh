@@ -7,7 +7,7 @@
 # to GROUP.json beside it. --quick repeats less, for a first look.
 . "$(dirname "$0")/common.sh"
 
-repetitions=15 seconds=0.05
+repetitions=31 seconds=0.02
 if [ "${1:-}" = --quick ]; then
     repetitions=5 seconds=0.01
     shift
@@ -25,11 +25,13 @@ if [ ${#groups[@]} -eq 0 ]; then
     mapfile -t groups < <("$program" 2>&1 | sed -n 's/^  //p')
 fi
 files=()
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
 for group in "${groups[@]}"; do
     say "measuring $group"
     # in rounds that are shuffled, so that what slows the machine down for a while hits all alike
     "$program" "$group" --benchmark_enable_random_interleaving=true --benchmark_repetitions=$repetitions \
-        --benchmark_min_time=$seconds --benchmark_out="$results/$group.json" >/dev/null || die "the group $group failed"
+        --benchmark_min_time=$seconds --benchmark_out="$results/$group.json" >"$log" 2>&1 || { cat "$log" >&2; die "the group $group failed"; }
     files+=("$results/$group.json")
 done
 python3 "$project/benchmarks/table.py" "$results/figures.json" "${files[@]}"

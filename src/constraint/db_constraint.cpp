@@ -90,12 +90,13 @@ uint32_t *constraint_new(tavDBMSession *session, uint32_t *key) {
 }
 
 int32_t constraint_set(tavDBMSession *session, const void *header) {
-    return writeRecord(session, kConstraintHeader, header, kHeaderBytes, {__func__, 110}).closed;
+    static constexpr RecordAccess access = {kConstraintHeader, kHeaderBytes, {__func__, 110}};
+    return writeRecord(session, access, header).closed;
 }
 
 void *constraint_get(tavDBMSession *session, uint32_t key, void *buffer) {
-    static constexpr RecordReader reader = {kConstraintHeader, kHeaderBytes, {__func__, 120}, nullptr};
-    return readRecord(session, reader, key, buffer);
+    static constexpr RecordAccess access = {kConstraintHeader, kHeaderBytes, {__func__, 120}};
+    return readRecord(session, access, key, buffer);
 }
 
 int32_t constraint_getType(tavDBMSession *session, uint32_t key) {

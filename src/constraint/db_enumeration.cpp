@@ -112,12 +112,13 @@ void *enum_new(tavDBMSession *session, void *record) {
 }
 
 void *enum_get(tavDBMSession *session, uint32_t key, void *buffer) {
-    static constexpr RecordReader reader = {kTypedConstraint, sizeof(tavDBMEnumeration), {__func__, 160}, nullptr};
-    return readRecord(session, reader, key, buffer);
+    static constexpr RecordAccess access = {kTypedConstraint, sizeof(tavDBMEnumeration), {__func__, 160}};
+    return readRecord(session, access, key, buffer);
 }
 
 int32_t enum_set(tavDBMSession *session, const void *record) {
-    return writeRecord(session, kTypedConstraint, record, sizeof(tavDBMEnumeration), {__func__, 170}).closed;
+    static constexpr RecordAccess access = {kTypedConstraint, sizeof(tavDBMEnumeration), {__func__, 170}};
+    return writeRecord(session, access, record).closed;
 }
 
 int32_t enum_setData(tavDBMSession *session, uint32_t key, int32_t elementSize, int32_t elementCount,

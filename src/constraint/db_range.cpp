@@ -84,27 +84,27 @@ TAVDB_VALUE_TYPES(TAVDB_RANGE_SHAPE)
 
 using namespace tavdb;
 
-#define TAVDB_RANGE(suffix, apiSuffix, type)                                                                       \
-    void *range##suffix##_new(tavDBMSession *session, void *record) {                                              \
-        return newConstraint(session, record, sizeof(tavDBMRange##suffix),                                         \
-                             {__func__, 100 * TAVDB_TYPE_##suffix + kNew});                                        \
-    }                                                                                                              \
-    void *range##suffix##_get(tavDBMSession *session, uint32_t key, void *buffer) {                                \
-        static constexpr RecordReader reader = {                                                                   \
-            kTypedConstraint, sizeof(tavDBMRange##suffix), {__func__, 100 * TAVDB_TYPE_##suffix + kGet}, nullptr}; \
-        return readRecord(session, reader, key, buffer);                                                           \
-    }                                                                                                              \
-    int32_t range##suffix##_set(tavDBMSession *session, const void *record) {                                      \
-        return writeRecord(session, kTypedConstraint, record, sizeof(tavDBMRange##suffix),                         \
-                           {__func__, 100 * TAVDB_TYPE_##suffix + kSet})                                           \
-            .closed;                                                                                               \
-    }                                                                                                              \
-    int32_t range##suffix##_getData(tavDBMSession *session, uint32_t key, void *buffer, int32_t bufferLength) {    \
-        return copyOut(k##suffix, session, key, buffer, bufferLength,                                              \
-                       {__func__, 100 * TAVDB_TYPE_##suffix + kGetData});                                          \
-    }                                                                                                              \
-    int32_t range##suffix##_setData(tavDBMSession *session, uint32_t key, const void *data, int32_t length) {      \
-        return copyIn(k##suffix, session, key, data, length, {__func__, 100 * TAVDB_TYPE_##suffix + kSetData});    \
+#define TAVDB_RANGE(suffix, apiSuffix, type)                                                                    \
+    void *range##suffix##_new(tavDBMSession *session, void *record) {                                           \
+        return newConstraint(session, record, sizeof(tavDBMRange##suffix),                                      \
+                             {__func__, 100 * TAVDB_TYPE_##suffix + kNew});                                     \
+    }                                                                                                           \
+    void *range##suffix##_get(tavDBMSession *session, uint32_t key, void *buffer) {                             \
+        static constexpr RecordAccess access = {                                                                \
+            kTypedConstraint, sizeof(tavDBMRange##suffix), {__func__, 100 * TAVDB_TYPE_##suffix + kGet}};       \
+        return readRecord(session, access, key, buffer);                                                        \
+    }                                                                                                           \
+    int32_t range##suffix##_set(tavDBMSession *session, const void *record) {                                   \
+        static constexpr RecordAccess access = {                                                                \
+            kTypedConstraint, sizeof(tavDBMRange##suffix), {__func__, 100 * TAVDB_TYPE_##suffix + kSet}};       \
+        return writeRecord(session, access, record).closed;                                                     \
+    }                                                                                                           \
+    int32_t range##suffix##_getData(tavDBMSession *session, uint32_t key, void *buffer, int32_t bufferLength) { \
+        return copyOut(k##suffix, session, key, buffer, bufferLength,                                           \
+                       {__func__, 100 * TAVDB_TYPE_##suffix + kGetData});                                       \
+    }                                                                                                           \
+    int32_t range##suffix##_setData(tavDBMSession *session, uint32_t key, const void *data, int32_t length) {   \
+        return copyIn(k##suffix, session, key, data, length, {__func__, 100 * TAVDB_TYPE_##suffix + kSetData}); \
     }
 TAVDB_VALUE_TYPES(TAVDB_RANGE)
 #undef TAVDB_RANGE

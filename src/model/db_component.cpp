@@ -118,30 +118,33 @@ int32_t comp_term() {
 
 void *comp_getComponent(tavDBMSession *session, uint32_t key, void *buffer) {
     // deliberate: key 0 is not refused here
-    static constexpr RecordReader reader = {kComponentRecord, sizeof(tavDBMComponent), {__func__, 100}, nullptr};
-    return readRecord(session, reader, key, buffer);
+    static constexpr RecordAccess access = {kComponentRecord, sizeof(tavDBMComponent), {__func__, 100}};
+    return readRecord(session, access, key, buffer);
 }
 
 void *comp_getNode(tavDBMSession *session, uint32_t key, void *buffer) {
-    static constexpr RecordReader reader = {kComponentRecord, sizeof(tavDBMNode), {__func__, 110}, refuseKey0};
-    return readRecord(session, reader, key, buffer);
+    static constexpr RecordAccess access = {kComponentRecord, sizeof(tavDBMNode), {__func__, 110}, refuseKey0};
+    return readRecord(session, access, key, buffer);
 }
 
 void *comp_getLeaf(tavDBMSession *session, uint32_t key, void *buffer) {
-    static constexpr RecordReader reader = {kComponentRecord, sizeof(tavDBMLeaf), {__func__, 120}, refuseKey0};
-    return readRecord(session, reader, key, buffer);
+    static constexpr RecordAccess access = {kComponentRecord, sizeof(tavDBMLeaf), {__func__, 120}, refuseKey0};
+    return readRecord(session, access, key, buffer);
 }
 
 int32_t comp_setComponent(tavDBMSession *session, const void *record) {
-    return writeRecord(session, kComponentRecord, record, sizeof(tavDBMComponent), {__func__, 130}).code;
+    static constexpr RecordAccess access = {kComponentRecord, sizeof(tavDBMComponent), {__func__, 130}};
+    return writeRecord(session, access, record).code;
 }
 
 int32_t comp_setNode(tavDBMSession *session, const void *record) {
-    return writeRecord(session, kComponentRecord, record, sizeof(tavDBMNode), {__func__, 140}).code;
+    static constexpr RecordAccess access = {kComponentRecord, sizeof(tavDBMNode), {__func__, 140}};
+    return writeRecord(session, access, record).code;
 }
 
 int32_t comp_setLeaf(tavDBMSession *session, const void *record) {
-    return writeRecord(session, kComponentRecord, record, sizeof(tavDBMLeaf), {__func__, 150}).code;
+    static constexpr RecordAccess access = {kComponentRecord, sizeof(tavDBMLeaf), {__func__, 150}};
+    return writeRecord(session, access, record).code;
 }
 
 void *comp_newNode(tavDBMSession *session, void *buffer) {

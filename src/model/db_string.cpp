@@ -85,14 +85,15 @@ void *str_newEntry(tavDBMSession *session, void *buffer) {
 }
 
 int32_t str_setEntry(tavDBMSession *session, const void *entry) {
-    const Written written = writeRecord(session, kStringEntry, entry, kEntryBytes, {__func__, 110});
+    static constexpr RecordAccess access = {kStringEntry, kEntryBytes, {__func__, 110}};
+    const Written written = writeRecord(session, access, entry);
     // deliberate: without a medium nothing is written and nothing is returned
     return written.code == TAVDB_ERR_MEDIA_ID ? 0 : written.closed;
 }
 
 void *tavdb_getStrEntry(tavDBMSession *session, uint32_t key, void *buffer) {
-    static constexpr RecordReader reader = {kStringEntry, kEntryBytes, {__func__, 120}, nullptr};
-    return readRecord(session, reader, key, buffer);
+    static constexpr RecordAccess access = {kStringEntry, kEntryBytes, {__func__, 120}};
+    return readRecord(session, access, key, buffer);
 }
 
 char *tavdb_getString(tavDBMSession *session, uint32_t key, char *buffer, int32_t size) {

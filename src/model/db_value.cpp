@@ -217,12 +217,13 @@ uint32_t value_create(tavDBMSession *session, int32_t type, uint32_t creationWor
 }
 
 int32_t value_set(tavDBMSession *session, const void *record) {
-    return writeRecord(session, kValueRecord, record, kRecordBytes, {__func__, 140}).code;
+    static constexpr RecordAccess access = {kValueRecord, kRecordBytes, {__func__, 140}};
+    return writeRecord(session, access, record).code;
 }
 
 void *value_get(tavDBMSession *session, uint32_t key, void *buffer) {
-    static constexpr RecordReader reader = {kValueRecord, kRecordBytes, {__func__, 150}, refuseKey0};
-    return readRecord(session, reader, key, buffer);
+    static constexpr RecordAccess access = {kValueRecord, kRecordBytes, {__func__, 150}, refuseKey0};
+    return readRecord(session, access, key, buffer);
 }
 
 int32_t value_getType(tavDBMSession *session, uint32_t key) {

@@ -32,10 +32,10 @@ void traceTransfer(const RecordKind &kind, uint32_t key, int32_t sizeBytes, int3
     session_setError(session, TAVDB_ERR_NOT_OPEN, 0);
 }
 
-[[gnu::cold]] void *failRead(tavDBMSession *session, const RecordReader &reader, uint32_t key, int32_t count,
+[[gnu::cold]] void *failRead(tavDBMSession *session, const RecordAccess &access, uint32_t key, int32_t count,
                              uint32_t error) {
-    traceTransfer(reader.kind, key, reader.sizeBytes, count, error, reader.site);
-    session_setError(session, reader.kind.readCode, error);
+    traceTransfer(access.kind, key, access.sizeBytes, count, error, access.site);
+    session_setError(session, access.kind.readCode, error);
     return nullptr;
 }
 
@@ -76,35 +76,35 @@ int32_t failOpen(tavDBMSession *session, const RecordKind &kind, uint32_t key, i
     return session_setError(session, kind.openCode, error);
 }
 
-void *readRecord(tavDBMSession *session, const RecordReader &reader, uint32_t key, void *buffer) {
-    const RecordKind &kind = reader.kind;
+void *readRecord(tavDBMSession *session, const RecordAccess &access, uint32_t key, void *buffer) {
+    const RecordKind &kind = access.kind;
     const tavDBMDescription *const description = databaseOf(session);
     if (description == nullptr) {
-        failDatabase(session, kind, key, reader.site);
+        failDatabase(session, kind, key, access.site);
         return nullptr;
     }
     const tavDBMMediaEntry *const entry = mediumOf(session, static_cast<int32_t>(description->*kind.media));
     if (entry == nullptr) {
-        traceMedium(kind, key, reader.site);
+        traceMedium(kind, key, access.site);
         return nullptr;
     }
-    if (key == 0 && reader.refuseKey0 != nullptr) {
-        reader.refuseKey0(session, reader.site + kNoKey);
+    if (key == 0 && access.refuseKey0 != nullptr) {
+        access.refuseKey0(session, access.site + kNoKey);
         return nullptr;
     }
     OpenMedium medium(*entry);
     if (medium.failed()) {
-        failOpen(session, kind, key, medium, reader.site);
+        failOpen(session, kind, key, medium, access.site);
         return nullptr;
     }
-    const int32_t count = medium.read(buffer, reader.sizeBytes, key);
-    if (count == reader.sizeBytes || (count >= 0 && kind.acceptsShortRead))
+    const int32_t count = medium.read(buffer, access.sizeBytes, key);
+    if (count == access.sizeBytes || (count >= 0 && kind.acceptsShortRead))
         return buffer;
-    return failRead(session, reader, key, count, medium.error());
+    return failRead(session, access, key, count, medium.error());
 }
 
-Written writeRecord(tavDBMSession *session, const RecordKind &kind, const void *record, int32_t sizeBytes, Site site) {
-    return writeAt(session, kind, recordKey(record), record, sizeBytes, site);
+Written writeRecord(tavDBMSession *session, const RecordAccess &access, const void *record) {
+    return writeAt(session, access.kind, recordKey(record), record, access.sizeBytes, access.site);
 }
 
 Written writeAt(tavDBMSession *session, const RecordKind &kind, uint32_t key, const void *data, int32_t sizeBytes,

@@ -134,17 +134,17 @@ inline int32_t failOpen(tavDBMSession *session, const RecordKind &kind, uint32_t
     return failOpen(session, kind, key, medium.descriptor(), medium.error(), site);
 }
 
-/// How one function reads its records. A constant for each, so that a call hands over one address.
-struct RecordReader {
+/// How one function reads or writes its records. A constant for each, so that a call hands over one address.
+struct RecordAccess {
     const RecordKind &kind;
     int32_t sizeBytes;
     Site site;
-    /// Records key 0 as a failure before the medium is opened, and returns; null: what stands there is read.
-    void (*refuseKey0)(tavDBMSession *session, Site site);
+    /// In reads, records key 0 as a failure before the medium is opened; null: what stands there is read.
+    void (*refuseKey0)(tavDBMSession *session, Site site) = nullptr;
 };
 
 /// Reads the record at key. @return buffer, or null with the failure recorded
-void *readRecord(tavDBMSession *session, const RecordReader &reader, uint32_t key, void *buffer);
+void *readRecord(tavDBMSession *session, const RecordAccess &access, uint32_t key, void *buffer);
 
 /// Whether flst_m_get gave a slot: offset 0 is the medium's header and never one.
 inline bool isSlot(uint32_t key) {
@@ -165,8 +165,8 @@ inline uint32_t recordKey(const void *record) {
     return record != nullptr ? *static_cast<const uint32_t *>(record) : 0;
 }
 
-/// Writes a record of sizeBytes at its own key.
-Written writeRecord(tavDBMSession *session, const RecordKind &kind, const void *record, int32_t sizeBytes, Site site);
+/// Writes a record at its own key.
+Written writeRecord(tavDBMSession *session, const RecordAccess &access, const void *record);
 
 /// Writes sizeBytes at key.
 Written writeAt(tavDBMSession *session, const RecordKind &kind, uint32_t key, const void *data, int32_t sizeBytes,

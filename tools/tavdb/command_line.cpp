@@ -3,6 +3,9 @@
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <array>
+#include <string_view>
 
 namespace tavdb::command {
 
@@ -40,19 +43,63 @@ void addHelp(CLI::App &app, Action &action) {
     });
 }
 
+struct Command {
+    std::string_view name;
+    void (*add)(CLI::App &app, Action &action);
+};
+constexpr std::array kCommands = {
+    Command{"build", addBuild},
+    Command{"convert", addConvert},
+    Command{"get", addGet},
+    Command{"set", addSet},
+    Command{"list", addList},
+    Command{"tree", addTree},
+    Command{"describe", addDescribe},
+    Command{"info", addInfo},
+    Command{"find", addFind},
+    Command{"reset", addReset},
+    Command{"save", addSave},
+    Command{"mv", addMove},
+    Command{"rm", addRemove},
+    Command{"lock", addLock},
+    Command{"unlock", addUnlock},
+    Command{"locks", addLocks},
+    Command{"sessions", addSessions},
+    Command{"serve-media", addServeMedia},
+    Command{"check", addCheck},
+    Command{"repair", addRepair},
+    Command{"dump", addDump},
+    Command{"debug", addDebug},
+    Command{"completion", addCompletion},
+    Command{"help", addHelp},
+};
+
+bool occurs(std::string_view word, std::span<const char *const> arguments) {
+    return std::find(arguments.begin(), arguments.end(), word) != arguments.end();
+}
+
+/// Declaring all commands takes longer than reading a value. A command whose name does not occur cannot be meant;
+/// whoever asks for help, or names no command, is shown all of them.
+bool needsAll(std::span<const char *const> arguments) {
+    const auto occursHere = [&](std::string_view word) { return occurs(word, arguments); };
+    constexpr std::array kShowAll = {"help", "--help", "-h", "completion"};
+    return std::any_of(kShowAll.begin(), kShowAll.end(), occursHere) ||
+           std::none_of(kCommands.begin(), kCommands.end(),
+                        [&](const Command &command) { return occursHere(command.name); });
+}
+
 }  // namespace
 
-CommandLine::CommandLine() : app(kAbout) {
+CommandLine::CommandLine(std::span<const char *const> arguments) : app(kAbout) {
     app.name("tavdb");
     app.option_defaults()->always_capture_default(false);
     addCommonOptions(app);
     app.set_version_flag("--version", "tavdb " TAVDB_VERSION, "Print the version and exit");
     app.require_subcommand(0, 1);
-    for (const auto add :
-         {addBuild,    addConvert,    addGet,   addSet,    addList,   addTree,  addDescribe,   addInfo,
-          addFind,     addReset,      addSave,  addMove,   addRemove, addLock,  addUnlock,     addLocks,
-          addSessions, addServeMedia, addCheck, addRepair, addDump,   addDebug, addCompletion, addHelp})
-        add(app, action);
+    const bool all = needsAll(arguments);
+    for (const Command &command : kCommands)
+        if (all || occurs(command.name, arguments))
+            command.add(app, action);
     // A command that takes whatever follows would hand its own arguments on.
     for (auto *command : app.get_subcommands({}))
         if (command->get_prefix_command())

@@ -4,12 +4,15 @@
 // manual pages) follows them by itself.
 #pragma once
 
+#include <span>
+
 #include "command.h"
 
 namespace tavdb::command {
 
 struct CommandLine {
-    CommandLine();
+    /// @param arguments what will be parsed: commands that do not occur there are left out; none: all are declared
+    explicit CommandLine(std::span<const char *const> arguments = {});
     CommandLine(const CommandLine &) = delete;
     CommandLine &operator=(const CommandLine &) = delete;
 

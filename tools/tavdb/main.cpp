@@ -21,10 +21,12 @@ void reportUsage(Console &console, std::string sentence) {
 
 class Program {
 public:
-    int run(int argumentCount, char **argumentValues) {
+    explicit Program(std::span<const char *const> given) : arguments(given), line(given) {}
+
+    int run() {
         auto &[app, common, action] = line;
         try {
-            app.parse(argumentCount, argumentValues);
+            app.parse(static_cast<int>(arguments.size()), arguments.data());
             const char *const directory = getenv("TAVDB_DIR");
             if (common.directory.empty() && directory != nullptr)
                 common.directory = directory;
@@ -45,6 +47,7 @@ public:
     }
 
 private:
+    std::span<const char *const> arguments;
     CommandLine line;
     Console console;
 };
@@ -60,7 +63,7 @@ int main(int argumentCount, char **argumentValues) {
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);
     try {
-        return Program().run(argumentCount, argumentValues);
+        return Program({argumentValues, static_cast<size_t>(argumentCount)}).run();
     } catch (const std::bad_alloc &) {
         fputs("tavdb: out of memory\n", stderr);
         return static_cast<int>(tavdb::image::FaultKind::failed);
