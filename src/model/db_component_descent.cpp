@@ -33,7 +33,6 @@ bool Descent::admits(uint32_t key) {
         traceError(circle_, key, depth_);
         return false;
     }
-    largestKey_ = key > largestKey_ ? key : largestKey_;
     visits_ += 1;
     over_ = visits_ > kTimesOver * (uint64_t{largestKey_} / sizeof(tavDBMComponent) + kFewest);
     if (over_)

@@ -48,6 +48,10 @@ public:
 
     /// To be asked for every component before it is visited. @return false when it stands above itself
     bool admits(uint32_t key);
+    /// To be told of every component that could be read: those there can be are guessed from its place.
+    void met(uint32_t key) {
+        largestKey_ = key > largestKey_ ? key : largestKey_;
+    }
     /// Goes down to the children of the component that is visited. @return failure(), which is recorded
     int32_t enter(const Place &place);
     void leave();
@@ -62,7 +66,7 @@ public:
 private:
     static constexpr uint32_t kInside = 16;     ///< levels that need no memory
     static constexpr uint32_t kPerChunk = 146;  ///< levels of a chunk, which then has about 4 KiB
-    static constexpr uint32_t kTimesOver = 16;  ///< how often a walk may come by all the components there can be
+    static constexpr uint32_t kTimesOver = 4;   ///< how often a walk may come by all the components there can be
     static constexpr uint32_t kFewest = 64;     ///< components that there can be in any case
 
     struct Chunk {

@@ -128,6 +128,7 @@ int32_t deleteAt(tavDBMSession *session, uint32_t key, bool unlinkFirst, Descent
     tavDBMNode node;
     if (comp_getNode(session, key, &node) == nullptr)
         return unreadable(session, key, site);
+    descent.met(key);
     if (unlinkFirst) {
         unlink(session, node.component, node.component.key);
         if (comp_getNode(session, key, &node) == nullptr)

@@ -21,6 +21,7 @@ int32_t copyAt(tavDBMSession *session, uint32_t key, CopyLeaf copy, Descent &des
         traceError(site, key, lastError(session));
         return lastError(session);
     }
+    descent.met(key);
     if (header.kind == TAVDB_KIND_LEAF) {
         tavDBMLeaf leaf;
         return comp_getLeaf(session, key, &leaf) != nullptr ? copy(session, leaf) : lastError(session);
@@ -75,6 +76,7 @@ void printAt(tavDBMSession *session, uint32_t key, int32_t depth, Descent &desce
     tavDBMComponent header;
     if (!descent.admits(key) || comp_getComponent(session, key, &header) == nullptr)
         return;
+    descent.met(key);
     if (header.kind == TAVDB_KIND_LEAF) {
         tavDBMLeaf leaf;
         if (comp_getLeaf(session, key, &leaf) != nullptr)

@@ -14,18 +14,38 @@ const char *systemLogPath = nullptr;
 std::atomic<int> systemLogDelayMs = 0;
 }  // namespace tavdb::test
 
-extern "C" __attribute__((visibility("default"))) void syslog(int priority, const char *format, ...) {
+namespace {
+
+__attribute__((format(printf, 2, 0))) void logLine(int priority, const char *format, va_list arguments) {
     if (tavdb::test::systemLogPath == nullptr)
         return;
     usleep(static_cast<useconds_t>(tavdb::test::systemLogDelayMs.load()) * 1000);
     FILE *const file = fopen(tavdb::test::systemLogPath, "a");
     fprintf(file, "<%d>", priority);
-    va_list arguments;
-    va_start(arguments, format);
     vfprintf(file, format, arguments);
-    va_end(arguments);
     fclose(file);
     errno = EDOM;
+}
+
+}  // namespace
+
+// Which of the two an optimised library calls is the compiler's business.
+extern "C" {
+
+__attribute__((visibility("default"))) void syslog(int priority, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    logLine(priority, format, arguments);
+    va_end(arguments);
+}
+
+__attribute__((visibility("default"), format(printf, 3, 4))) void __syslog_chk(int priority, int, const char *format,
+                                                                               ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    logLine(priority, format, arguments);
+    va_end(arguments);
+}
 }
 
 namespace tavdb::test {
