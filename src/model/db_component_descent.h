@@ -54,7 +54,7 @@ public:
     }
     /// Goes down to the children of the component that is visited. @return failure(), which is recorded
     int32_t enter(const Place &place);
-    void leave();
+    [[gnu::noinline]] void leave();
     Place &place() {
         return *top_;
     }

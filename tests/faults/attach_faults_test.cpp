@@ -200,6 +200,8 @@ protected:
         board_.add(textOf(untouched_, untouched_));
         for (const FaultKind &kind : faultKinds())
             for (const Persistence persistence : {Persistence::once, Persistence::forEver}) {
+                if (persistence == Persistence::forEver && !lastsHere(kind))
+                    continue;
                 const auto run = [&](uint64_t index) {
                     SCOPED_TRACE("operation " + std::to_string(index) + ' ' + kind.name +
                                  (persistence == Persistence::once ? "" : " for ever"));

@@ -42,4 +42,12 @@ std::span<const FaultKind> faultKinds() {
     return kKinds;
 }
 
+bool lastsHere(const FaultKind &kind) {
+#ifdef TAVDB_TEST_SLOW
+    return &kind == kKinds;
+#else
+    return kind.choose != nullptr;
+#endif
+}
+
 }  // namespace tavdb_test

@@ -17,4 +17,8 @@ struct FaultKind {
 
 std::span<const FaultKind> faultKinds();
 
+/// Whether this build also looks at faults of the kind that last: where every run costs many times as much, only at
+/// those of the first one.
+bool lastsHere(const FaultKind &kind);
+
 }  // namespace tavdb_test

@@ -84,7 +84,7 @@ protected:
         outcomes_.insert(textOf(untouched_, untouched_));
         for (const FaultKind &kind : faultKinds()) {
             runKind(surroundings, kind, Persistence::once);
-            if (GetParam().underLastingFaults == Repeats::yes)
+            if (GetParam().underLastingFaults == Repeats::yes && lastsHere(kind))
                 runKind(surroundings, kind, Persistence::forEver);
         }
         fakeMedia().restoreAll(empty);

@@ -10,10 +10,12 @@ namespace tavdb_test {
 
 namespace {
 
-std::string joined(const std::set<std::string> &outcomes) {
+constexpr const char *kBetween = ", ";
+
+[[maybe_unused]] std::string joined(const std::set<std::string> &outcomes) {
     std::string line;
     for (const std::string &outcome : outcomes)
-        line += (line.empty() ? "" : ", ") + outcome;
+        line += (line.empty() ? "" : kBetween) + outcome;
     return line;
 }
 
@@ -41,8 +43,16 @@ std::string textOf(const Outcome &outcome, const Outcome &untouched) {
 
 void expectOutcomes(const std::string &name, const std::set<std::string> &outcomes) {
     static const auto expected = readLines();
-    const auto line = expected.find(name);
-    EXPECT_EQ(name + ": " + joined(outcomes), name + ": " + (line != expected.end() ? line->second : "(no line)"));
+    const auto found = expected.find(name);
+    const std::string line = found != expected.end() ? found->second : "(no line)";
+#ifdef TAVDB_TEST_SLOW
+    // Not every kind of fault was there, so not every outcome has to be.
+    for (const std::string &outcome : outcomes)
+        EXPECT_NE((kBetween + line + kBetween).find(kBetween + outcome + kBetween), std::string::npos)
+            << name << ": " << outcome;
+#else
+    EXPECT_EQ(name + ": " + joined(outcomes), name + ": " + line);
+#endif
 }
 
 }  // namespace tavdb_test

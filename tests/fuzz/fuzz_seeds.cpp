@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,6 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using tavdb::image::ByteOrder;
+
+constexpr uint32_t kRootKey = 16;
 
 constexpr const char *kDescription = R"(types:
   port: { type: u16, range: [1, 65535], step: 1, current: 80 }
@@ -84,14 +87,30 @@ std::string section(const std::string &content, size_t most = 2000) {
     return word16(part.size()) + part;
 }
 
-/// Every function of a script once, with keys of records at the front of the images.
-std::string script(uint8_t functions) {
+/// So many functions of a script once each, about one record; the second word is the root's key and a length.
+std::string script(uint32_t key, size_t first, size_t functions) {
     std::string steps;
-    for (uint8_t i = 0; i < functions && i < 24; ++i) {
-        steps += static_cast<char>(functions > 24 ? i * 2 : i);
-        steps += word16(16) + word16(44) + word16(0);
-    }
+    for (size_t i = first; i < first + functions; ++i)
+        steps += static_cast<char>(i) + word16(key) + word16(kRootKey) + word16(0);
     return steps;
+}
+
+uint32_t wordAt(const std::string &image, size_t offset, ByteOrder order) {
+    uint32_t word = 0;
+    memcpy(&word, image.data() + offset, sizeof word);
+    return order == tavdb::image::nativeOrder() ? word : __builtin_bswap32(word);
+}
+
+/// The keys of the components, which stand one behind the other.
+std::vector<uint32_t> keysOf(const std::string &components, ByteOrder order) {
+    constexpr size_t kKind = 20;
+    constexpr uint32_t kNodeBytes = 28;
+    constexpr uint32_t kLeafBytes = 40;
+    std::vector<uint32_t> keys;
+    for (uint32_t at = kRootKey; at + kLeafBytes <= components.size() && wordAt(components, at, order) == at;
+         at += wordAt(components, at + kKind, order) == 0 ? kNodeBytes : kLeafBytes)
+        keys.push_back(at);
+    return keys;
 }
 
 std::vector<std::string> imagesOf(ByteOrder order, const fs::path &place) {
@@ -112,21 +131,27 @@ std::vector<std::string> imagesOf(ByteOrder order, const fs::path &place) {
     return images;
 }
 
-void writeImageSeeds(const fs::path &folder, const std::string &order, const std::vector<std::string> &images) {
+void writeImageSeeds(const fs::path &folder, const std::string &name, ByteOrder order,
+                     const std::vector<std::string> &images) {
     constexpr size_t kComponents = 0;
     constexpr size_t kConstraints = 2;
     constexpr size_t kStrings = 3;
     constexpr size_t kTexts = 5;
-    std::string all = word16(16);
+    constexpr size_t kTreeFunctions = 45;
+    std::string all = word16(kRootKey);
     for (const std::string &image : images)
         all += section(image);
-    write(folder / "tree", order, all + script(45));
-    write(folder / "constraints", order,
-          std::string("\x04") + word16(1492) + word16(0) + section(images[kConstraints]) + script(9));
-    write(folder / "strings", order,
+    for (const uint32_t key : keysOf(images[kComponents], order))
+        for (size_t first = 0; first < kTreeFunctions; first += 9)
+            write(folder / "tree", name + std::to_string(key) + '-' + std::to_string(first),
+                  all + script(key, first, 9));
+    for (const uint32_t key : {16U, 28U, 48U, 68U, 88U})
+        write(folder / "constraints", name + std::to_string(key),
+              std::string("\x04") + word16(1492) + word16(0) + section(images[kConstraints]) + script(key, 0, 9));
+    write(folder / "strings", name,
           section("/network/lan/mtu") + section(images[kComponents]) + section(images[kStrings]) +
-              section(images[kTexts]) + script(7));
-    write(folder / "file_list", order, section(images[kStrings]) + script(11));
+              section(images[kTexts]) + script(kRootKey, 0, 7));
+    write(folder / "file_list", name, section(images[kStrings]) + script(kRootKey, 0, 11));
 }
 
 void writeTexts(const fs::path &folder) {
@@ -134,7 +159,7 @@ void writeTexts(const fs::path &folder) {
     write(folder / "description", "datamodel", kDataModel);
     write(folder / "media_conf", "lines", kMediaConf);
     write(folder / "path", "relative", section("/var/x") + section("db/a") + section("/var/xdb/a"));
-    write(folder / "tables", "links", std::string("\x01\x01") + std::string(8, '\x10') + script(12));
+    write(folder / "tables", "links", std::string("\x01\x01") + std::string(8, '\x10') + script(1, 0, 12));
 }
 
 }  // namespace
@@ -146,8 +171,8 @@ int main(int argc, char **argv) {
     }
     const fs::path folder = fs::absolute(argv[1]);
     fs::create_directories(folder);
-    writeImageSeeds(folder, "big", imagesOf(ByteOrder::big, folder));
-    writeImageSeeds(folder, "little", imagesOf(ByteOrder::little, folder));
+    writeImageSeeds(folder, "big", ByteOrder::big, imagesOf(ByteOrder::big, folder));
+    writeImageSeeds(folder, "little", ByteOrder::little, imagesOf(ByteOrder::little, folder));
     writeTexts(folder);
     return 0;
 }
