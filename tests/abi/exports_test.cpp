@@ -132,6 +132,29 @@ TEST_P(Needed, NameIsTheOneThatProgramsRecord) {
                 testing::ElementsAre("lib" + GetParam() + ".so.1"));
 }
 
+class Hardened : public testing::TestWithParam<std::string> {};
+
+TEST_P(Hardened, AddressesAreBoundAtTheStartAndReadOnlyFromThenOn) {
+    const std::string file = '\'' + GetParam() + '\'';
+    EXPECT_THAT(matches(runCommand("readelf -d " + file).lines, std::regex("\\(FLAGS(?:_1)?\\).*\\b(NOW)\\b")),
+                testing::ElementsAre("NOW"));
+    EXPECT_THAT(matches(runCommand("readelf -lW " + file).lines, std::regex("^ +(GNU_RELRO) ")),
+                testing::ElementsAre("GNU_RELRO"));
+}
+
+TEST_P(Hardened, AnOverwrittenStackEndsTheProcess) {
+    const auto lines = runCommand("nm -D --undefined-only '" + GetParam() + "'").lines;
+    EXPECT_THAT(matches(lines, std::regex(R"( (__stack_chk_fail)\b)")), testing::ElementsAre("__stack_chk_fail"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Hardened,
+                         testing::Values(libraryPath("tavdb"), libraryPath("tavosw"), libraryPath("tavhook"),
+                                         libraryPath("tavdbfile"), TAVDB_TEST_COMMAND),
+                         [](const auto &file) {
+                             const std::string name = file.param.substr(file.param.rfind('/') + 1);
+                             return name.substr(0, name.find('.'));
+                         });
+
 INSTANTIATE_TEST_SUITE_P(All, Needed, testing::Values("tavdb", "tavosw", "tavhook", "tavdbfile"),
                          [](const auto &library) { return library.param; });
 
