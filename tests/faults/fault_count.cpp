@@ -5,15 +5,13 @@
 
 #include <cstdio>
 
+#include "rounds.h"
+
 namespace tavdb_test {
 
 namespace {
 
-#ifdef TAVDB_TEST_SLOW
-constexpr uint64_t kFewestFaults = 36000;
-#else
-constexpr uint64_t kFewestFaults = 58000;
-#endif
+constexpr uint64_t kFewestFaults = kSlow ? 36000 : 58000;
 
 uint64_t s_faults;
 

@@ -6,13 +6,15 @@
 #include <fstream>
 #include <map>
 
+#include "rounds.h"
+
 namespace tavdb_test {
 
 namespace {
 
 constexpr const char *kBetween = ", ";
 
-[[maybe_unused]] std::string joined(const std::set<std::string> &outcomes) {
+std::string joined(const std::set<std::string> &outcomes) {
     std::string line;
     for (const std::string &outcome : outcomes)
         line += (line.empty() ? "" : kBetween) + outcome;
@@ -45,14 +47,14 @@ void expectOutcomes(const std::string &name, const std::set<std::string> &outcom
     static const auto expected = readLines();
     const auto found = expected.find(name);
     const std::string line = found != expected.end() ? found->second : "(no line)";
-#ifdef TAVDB_TEST_SLOW
+    if (!kSlow) {
+        EXPECT_EQ(name + ": " + joined(outcomes), name + ": " + line);
+        return;
+    }
     // Not every kind of fault was there, so not every outcome has to be.
     for (const std::string &outcome : outcomes)
         EXPECT_NE((kBetween + line + kBetween).find(kBetween + outcome + kBetween), std::string::npos)
             << name << ": " << outcome;
-#else
-    EXPECT_EQ(name + ": " + joined(outcomes), name + ": " + line);
-#endif
 }
 
 }  // namespace tavdb_test
