@@ -115,6 +115,33 @@ TEST_F(FaultPlanTest, EndingTheFaultsKeepsTheCounts) {
     EXPECT_EQ(faultPlan().operations(), 1U);
 }
 
+std::optional<Fault> onlyReads(Operation operation) {
+    return operation == Operation::mediaRead ? std::optional(returning(7)) : std::nullopt;
+}
+
+TEST_F(FaultPlanTest, AChoiceCountsOnlyWhatItConcerns) {
+    faultPlan().failOperation(1, onlyReads, Persistence::once);
+    EXPECT_THAT(failing(Operation::alloc, 3), ElementsAre());
+    EXPECT_THAT(failing(Operation::mediaRead, 4), ElementsAre(1));
+    EXPECT_EQ(faultPlan().operations(), 4U);
+}
+
+TEST_F(FaultPlanTest, ALastingFaultMeetsAllThatFollow) {
+    faultPlan().failOperation(1, onlyReads, Persistence::forEver);
+    EXPECT_THAT(failing(Operation::mediaRead, 4), ElementsAre(1, 2, 3));
+    EXPECT_THAT(failing(Operation::alloc, 2), ElementsAre());
+}
+
+TEST_F(FaultPlanTest, APauseNeitherFailsNorCounts) {
+    faultPlan().failOperation(0, onlyReads, Persistence::once);
+    {
+        const FaultPause pause;
+        EXPECT_THAT(failing(Operation::mediaRead, 3), ElementsAre());
+        EXPECT_EQ(faultPlan().operations(), 0U);
+    }
+    EXPECT_THAT(failing(Operation::mediaRead, 2), ElementsAre(0));
+}
+
 TEST_F(FaultPlanTest, RunsThatDoNotEndFailTheTest) {
     EXPECT_NONFATAL_FAILURE(forEachFailingOperation([](uint64_t index) {
                                 for (uint64_t i = 0; i <= index; ++i)
