@@ -111,6 +111,22 @@ Status checkMarks(const RawImages::Contents &contents) {
     return std::nullopt;
 }
 
+/// Images that say of themselves that they belong in each other's place would be taken for rubble.
+Status checkPlaces(const RawImages::Contents &contents) {
+    const auto roleOf = [&](const MediumName &medium) {
+        const auto [mark, role] = marksOf(contents[static_cast<size_t>(medium.id)], nativeOrder());
+        return mark == kMagic && role >> 16 == kFormatVersion ? static_cast<int32_t>(role & 0xFFFF) : 0;
+    };
+    std::vector<std::string> strangers;
+    for (const auto &medium : kMediumNames)
+        if (const auto role = roleOf(medium); RawImages::isMedium(role) && role != medium.id)
+            strangers.emplace_back(medium.file);
+    if (strangers.size() < 2)
+        return std::nullopt;
+    return Fault{FaultKind::damaged, strangers[0] + " and " + strangers[1] + " are images of other media: exchanged?",
+                 0, 0};
+}
+
 /// The images, those that a journal names in their repaired form. One that is missing is empty.
 Result<RawImages::Contents> readContents(const std::string &folder, const std::vector<std::string> &journal) {
     using Contents = Result<RawImages::Contents>;
@@ -453,8 +469,9 @@ Result<DatabaseCheck> checkDatabase(const std::string &path) {
     auto contents = readContents(folder, *journal.value);
     if (!contents)
         return Checked::bad(std::move(contents.error));
-    if (auto fault = checkMarks(*contents.value))
-        return Checked::bad(std::move(*fault));
+    for (const auto look : {checkMarks, checkPlaces})
+        if (auto fault = look(*contents.value))
+            return Checked::bad(std::move(*fault));
     auto tables = checkTables(*directory.value);
     if (!tables)
         return Checked::bad(std::move(tables.error));
