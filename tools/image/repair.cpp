@@ -148,8 +148,13 @@ Result<RawImages::Contents> readContents(const std::string &folder, const std::v
     return Contents::good(std::move(contents));
 }
 
-/// No server owns an image while these are open.
-Status lockImages(const std::string &folder, std::vector<Descriptor> &locks) {
+/// While these are open nobody else repairs the directory, and no server owns an image.
+Status takeLocks(const std::string &folder, std::vector<Descriptor> &locks) {
+    locks.push_back(openFile(folder, O_RDONLY | O_DIRECTORY));
+    if (!locks[0].isOpen())
+        return faultOfError(errno, "cannot be opened");
+    if (flock(locks[0].get(), LOCK_EX | LOCK_NB) != 0)
+        return Fault{FaultKind::locked, "is being repaired by another process", 0, 0};
     for (const auto &medium : kMediumNames) {
         auto image = openFile(joinPath(folder, medium.file), O_RDONLY | O_NONBLOCK);
         if (!image.isOpen())
@@ -176,7 +181,7 @@ public:
         : check(std::move(given)), folder(check.directory.path), before(callback) {}
 
     Result<Repaired> run() {
-        auto fault = prepare();
+        Status fault;
         for (const auto action :
              {&Repair::finishFormer, &Repair::removeLeft, &Repair::decide, &Repair::keepOriginal, &Repair::writeBeside,
               &Repair::writeJournal, &Repair::putInPlace, &Repair::writeTables})
@@ -201,17 +206,6 @@ private:
     void announce(const std::string &name) const {
         if (before)
             before(name);
-    }
-
-    Status prepare() {
-        if (!check.tables.living.empty())
-            return Fault{FaultKind::locked, "is in use by process " + std::to_string(check.tables.living[0]), 0, 0};
-        self = openFile(folder, O_RDONLY | O_DIRECTORY);
-        if (!self.isOpen())
-            return faultOfError(errno, "cannot be opened");
-        if (flock(self.get(), LOCK_EX | LOCK_NB) != 0)
-            return Fault{FaultKind::locked, "is being repaired by another process", 0, 0};
-        return lockImages(folder, images);
     }
 
     Status finishFormer() {
@@ -420,8 +414,6 @@ private:
     DatabaseCheck check;
     const std::string folder;
     const RepairStep &before;
-    Descriptor self;
-    std::vector<Descriptor> images;
     std::map<std::string, std::string> changed;
     std::vector<std::string> changedNames;
     std::string original;
@@ -482,9 +474,18 @@ Result<DatabaseCheck> checkDatabase(const std::string &path) {
 }
 
 Result<Repaired> repairDatabase(const std::string &path, const RepairStep &step) {
-    auto check = checkDatabase(path);
+    using Done = Result<Repaired>;
+    const auto directory = openDirectory(path, DirectoryUse::repair);
+    if (!directory)
+        return Done::bad(directory.error);
+    std::vector<Descriptor> locks;
+    if (auto fault = takeLocks(directory.value->path, locks))
+        return Done::bad(std::move(*fault));
+    auto check = checkDatabase(directory.value->path);
     if (!check)
-        return Result<Repaired>::bad(std::move(check.error));
+        return Done::bad(std::move(check.error));
+    if (const auto &living = check.value->tables.living; !living.empty())
+        return Done::bad({FaultKind::locked, "is in use by process " + std::to_string(living[0]), 0, 0});
     return Repair(std::move(*check.value), step).run();
 }
 
