@@ -83,13 +83,23 @@ std::vector<ByteRange> Bench::soundFreeBlocks(int32_t medium) {
     return blocks;
 }
 
-bool Bench::wasFree(int32_t medium, uint32_t offset) {
+const std::vector<ByteRange> &Bench::formerBlocks(int32_t medium) {
     auto &blocks = formerlyFree[static_cast<size_t>(medium)];
     if (!blocks)
         blocks = soundFreeBlocks(medium);
-    const auto behind = std::upper_bound(blocks->begin(), blocks->end(), offset,
+    return *blocks;
+}
+
+bool Bench::wasFree(int32_t medium, uint32_t offset) {
+    const auto &blocks = formerBlocks(medium);
+    const auto behind = std::upper_bound(blocks.begin(), blocks.end(), offset,
                                          [](uint32_t at, const ByteRange &block) { return at < block.offset; });
-    return behind != blocks->begin() && offset < std::prev(behind)->end();
+    return behind != blocks.begin() && offset < std::prev(behind)->end();
+}
+
+uint32_t Bench::lastFree(int32_t medium) {
+    const auto &blocks = formerBlocks(medium);
+    return blocks.empty() ? 0 : blocks.back().offset;
 }
 
 std::optional<uint32_t> Bench::allocate(int32_t medium, uint32_t sizeBytes) {

@@ -76,6 +76,8 @@ public:
     std::vector<ByteRange> soundFreeBlocks(int32_t medium);
     /// Whether an offset lies in one of soundFreeBlocks() as they were before the check.
     bool wasFree(int32_t medium, uint32_t offset);
+    /// Where the last of these blocks begins; 0 without one.
+    uint32_t lastFree(int32_t medium);
 
     /// A place for a record, when everything in use has been claimed: where nobody
     /// claims anything, else at the end of the medium. Nothing when that is full.
@@ -84,6 +86,8 @@ public:
     std::optional<uint32_t> append(int32_t medium, std::string_view bytes);
 
 private:
+    const std::vector<ByteRange> &formerBlocks(int32_t medium);
+
     std::array<std::optional<std::vector<ByteRange>>, kMediumEnd> formerlyFree;
 };
 

@@ -218,6 +218,30 @@ private:
     std::set<std::string> takenNames;
 };
 
+constexpr size_t kPassesMax = 8;
+
+bool haveEqualBytes(const RawImages &a, const RawImages &b) {
+    return std::all_of(kMediumNames.begin(), kMediumNames.end(),
+                       [&](const MediumName &medium) { return a.content(medium.id) == b.content(medium.id); });
+}
+
+bool isSame(const Finding &a, const Finding &b) {
+    return a.file == b.file && a.record == b.record && a.what == b.what;
+}
+
+/// Adds what a further pass found, and takes what it put right.
+void takeOver(Examination &examination, Examination next) {
+    for (auto &finding : next.findings)
+        if (std::none_of(examination.findings.begin(), examination.findings.end(),
+                         [&](const Finding &known) { return isSame(known, finding); }))
+            examination.findings.push_back(std::move(finding));
+    next.displaced.insert(next.displaced.end(), examination.displaced.begin(), examination.displaced.end());
+    if (next.settled.empty())
+        next.settled = std::move(examination.settled);
+    next.findings = std::move(examination.findings);
+    examination = std::move(next);
+}
+
 }  // namespace
 
 bool Examination::isDamaged() const {
@@ -230,7 +254,15 @@ bool Examination::hasLosses() const {
 }
 
 Examination examine(RawImages images) {
-    return Check(std::move(images)).run();
+    auto examination = Check(images).run();
+    // What was put right may show what else is wrong, in images that are damaged all over.
+    for (size_t pass = 1; pass < kPassesMax && !haveEqualBytes(images, examination.images); pass++) {
+        images = examination.images;
+        auto next = Check(images).run();
+        if (!haveEqualBytes(images, next.images))
+            takeOver(examination, std::move(next));
+    }
+    return examination;
 }
 
 std::string formatFinding(const Finding &finding) {

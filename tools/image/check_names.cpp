@@ -44,48 +44,47 @@ bool NameCheck::accept(const FoundAt &owner, uint32_t key) {
     if (known != judged.end())
         return known->second;
     const auto entry = bench.images.read<tavDBMString>(kStringMedium, key);
-    bool isSound = false;
-    if (!entry || key < sizeof(tavDBMMediumHeader))
-        bench.report(Gravity::damage, owner, "its name, at " + std::to_string(key) + ", lies outside of its medium",
-                     "it gets a new name", "its name");
-    else
-        isSound = acceptEntry(owner, key, *entry);
-    return judged[key] = isSound;
+    const bool isInside = entry && key >= sizeof(tavDBMMediumHeader);
+    return judged[key] = isInside ? acceptEntry(owner, key, *entry) : lose(owner, key, "lies outside of its medium");
 }
 
-bool NameCheck::acceptEntry(const FoundAt &owner, uint32_t key, tavDBMString entry) {
-    const auto its = "its name, at " + std::to_string(key) + ", ";
-    const FoundAt at = {kStringMedium, RecordKind::string, key, owner.component};
+/// @return false
+bool NameCheck::lose(const FoundAt &owner, uint32_t key, const std::string &what, Gravity gravity) {
+    bench.report(gravity, owner, "its name, at " + std::to_string(key) + ", " + what, "it gets a new name", "its name");
+    return false;
+}
+
+bool NameCheck::acceptEntry(const FoundAt &owner, uint32_t key, const tavDBMString &entry) {
     const bool isNamed = entry.key == key;
-    const bool wasDeleted = bench.wasFree(kStringMedium, key);
-    auto fault = faultOf(entry);
-    if (!isNamed && (fault || wasDeleted)) {
-        bench.report(wasDeleted ? Gravity::oddity : Gravity::damage, owner,
-                     its + (wasDeleted ? "was deleted" : "is no record: it does not name itself"), "it gets a new name",
-                     "its name");
-        return false;
-    }
-    if (!bench.claimsOf(kStringMedium).isFree({key, sizeof entry})) {
-        bench.report(Gravity::damage, owner, its + "lies in another record", "it gets a new name", "its name");
-        return false;
-    }
+    const bool isFree = bench.wasFree(kStringMedium, key);
+    const auto fault = faultOf(entry);
+    if (!isNamed && isFree)
+        return lose(owner, key, "was deleted", Gravity::oddity);
+    if (!isNamed && fault)
+        return lose(owner, key, "is no record: it does not name itself");
+    if (!bench.claimsOf(kStringMedium).isFree({key, sizeof entry}))
+        return lose(owner, key, "lies in another record");
+    if (isFree)
+        bench.report(Gravity::damage, owner, "its name, at " + std::to_string(key) + ", is free as well",
+                     "it is taken out of the free list");
+    const FoundAt at = {kStringMedium, RecordKind::string, key, owner.component};
+    if (!isNamed)
+        bench.report(Gravity::damage, at, "it says that it lies at " + std::to_string(entry.key),
+                     "it says where it lies");
     const auto better = fault ? mended(entry) : std::optional(entry);
     if (fault)
         bench.report(Gravity::damage, at, *fault, better ? "it is put right" : "the component gets a new name",
                      better ? "" : "the name");
-    if (!better)
-        return false;
-    if (!isNamed)
-        bench.report(Gravity::damage, at, "it says that it lies at " + std::to_string(entry.key),
-                     "it says where it lies");
-    if (wasDeleted)
-        bench.report(Gravity::damage, owner, its + "is free as well", "it is taken out of the free list");
-    entry = *better;
-    entry.key = key;
-    bench.images.write(kStringMedium, key, entry);
-    bench.claimsOf(kStringMedium).take({key, sizeof entry});
+    if (better)
+        keep(at, *better);
+    return better.has_value();
+}
+
+void NameCheck::keep(const FoundAt &at, tavDBMString entry) {
+    entry.key = at.offset;
+    bench.images.write(kStringMedium, at.offset, entry);
+    bench.claimsOf(kStringMedium).take({at.offset, sizeof entry});
     bench.areas.push_back({entry.textMedia, textRange(entry), at});
-    return true;
 }
 
 std::optional<std::string> NameCheck::faultOf(const tavDBMString &entry) const {

@@ -21,7 +21,9 @@ public:
 
 private:
     bool accept(const FoundAt &owner, uint32_t key);
-    bool acceptEntry(const FoundAt &owner, uint32_t key, tavDBMString entry);
+    bool acceptEntry(const FoundAt &owner, uint32_t key, const tavDBMString &entry);
+    bool lose(const FoundAt &owner, uint32_t key, const std::string &what, Gravity gravity = Gravity::damage);
+    void keep(const FoundAt &at, tavDBMString entry);
     std::optional<std::string> faultOf(const tavDBMString &entry) const;
     std::optional<tavDBMString> mended(const tavDBMString &entry) const;
 

@@ -318,28 +318,31 @@ bool TreeCheck::isOrphanTop(uint32_t key) const {
     return !std::binary_search(candidates.begin(), candidates.end(), parent) || !isLeft(parent) || parent == key;
 }
 
-/// The next component that no link leads to. @return false when there is none left
+/// The next component that no link leads to, in the second round whatever stands above
+/// it. @return false when there is none left
 bool TreeCheck::takeOutOfOrder() {
-    for (; nextCandidate < candidates.size() || !isSecondRound; nextCandidate++) {
-        if (nextCandidate >= candidates.size()) {
-            isSecondRound = true;
-            nextCandidate = 0;
-            if (candidates.empty())
-                return false;
-        }
-        const uint32_t key = candidates[nextCandidate];
+    for (; nextCandidate < 2 * candidates.size(); nextCandidate++) {
+        const bool isSecondRound = nextCandidate >= candidates.size();
+        const uint32_t key = candidates[nextCandidate % candidates.size()];
         if (!isLeft(key) || (!isSecondRound && !isOrphanTop(key)))
             continue;
         const auto look = lookAt(key, wordAt(key + kParentPlace));
         if (look.verdict != Verdict::child)
             continue;
-        bench.report(Gravity::damage, at(key), "no link leads to it", "it comes to stand below /lost+found");
+        bench.report(couldBeDeleted(key) ? Gravity::oddity : Gravity::damage, at(key), "no link leads to it",
+                     "it comes to stand below /lost+found");
         enter(key, 0, look.kind);
         lost.push_back(key);
         bench.displaced.push_back(key);
         return true;
     }
     return false;
+}
+
+/// The file list drops what is given back behind the last free block: deliberate in the
+/// library. What was deleted there looks like what was lost.
+bool TreeCheck::couldBeDeleted(uint32_t key) {
+    return !isLeft(wordAt(key + kParentPlace)) && key > bench.lastFree(kComponentMedium);
 }
 
 TreeCheck::Look TreeCheck::lookAt(uint32_t key, uint32_t parent) {

@@ -81,6 +81,7 @@ private:
     uint32_t headOfChainTo(uint32_t first, const std::vector<uint32_t> &keys) const;
     bool enterChain(uint32_t parent, uint32_t from, uint32_t to);
     bool takeOutOfOrder();
+    bool couldBeDeleted(uint32_t key);
     bool isOrphanTop(uint32_t key) const;
 
     Look lookAt(uint32_t key, uint32_t parent);
@@ -120,7 +121,6 @@ private:
     std::vector<uint32_t> candidates;                    ///< records that no link leads to, ascending
     std::map<uint32_t, std::vector<uint32_t>> byParent;  ///< the same by the parent they name
     size_t nextCandidate = 0;
-    bool isSecondRound = false;
     bool isFrontDone = false;
     std::vector<uint32_t> lost;
 };

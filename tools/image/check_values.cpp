@@ -14,6 +14,7 @@ constexpr std::array<const char *, kTierCount> kTierNames = {"current", "default
 /// What stands in for a value that is lost, the best first.
 constexpr size_t kSubstitutes[kTierCount][2] = {{1, 2}, {2, 0}, {1, 0}};
 constexpr uint32_t kTierPlace = offsetof(tavDBMLeaf, currentValue);
+constexpr uint32_t kTypePlace = offsetof(tavDBMValue, type);
 constexpr uint32_t kConstraintPlace = offsetof(tavDBMValue, constraintKey);
 
 uint32_t placeOfTier(uint32_t leaf, size_t tier) {
@@ -34,6 +35,13 @@ void ValueCheck::run(const TreeCheck &tree) {
     for (const auto &component : tree.components())
         if (!component.isNode)
             checkLeaf(component.key);
+    // A type that was put right may be what tells another one.
+    for (bool isChanged = true; isChanged;) {
+        isChanged = false;
+        for (const auto &[leaf, keys] : leafKeys)
+            for (const uint32_t key : keys)
+                isChanged |= key != 0 && mendType(leaf, keys, key);
+    }
 }
 
 void ValueCheck::checkLeaf(uint32_t leaf) {
@@ -49,6 +57,7 @@ void ValueCheck::checkLeaf(uint32_t leaf) {
     for (const uint32_t key : keys)
         if (key != 0)
             checkConstraint(leaf, keys, key);
+    leafKeys.emplace_back(leaf, keys);
     for (size_t tier = 0; tier < kTierCount; tier++)
         if (findings[tier])
             replaceTier(at, keys, tier, *findings[tier]);
@@ -153,6 +162,37 @@ void ValueCheck::checkConstraint(uint32_t leaf, const Keys &keys, uint32_t key) 
                  other != 0 ? "it takes that of another value of the leaf" : "it has none any more",
                  other != 0 ? "" : "its constraint");
     bench.images.write(kValueMedium, key + kConstraintPlace, other);
+}
+
+/// A type that is none, or not the one that constraint and other values tell. A value
+/// becomes one of a known type at most once, and then one of its constraint's type.
+/// @return whether it was put right
+bool ValueCheck::mendType(uint32_t leaf, const Keys &keys, uint32_t key) {
+    const auto value = *bench.images.read<tavDBMValue>(kValueMedium, key);
+    const auto header = value.constraintKey == 0
+                            ? std::nullopt
+                            : bench.images.read<tavDBMConstraint>(kConstraintMedium, value.constraintKey);
+    const auto constraint = header ? constraintTypeOf(header->type) : std::nullopt;
+    int32_t common = constraint ? constraint->valueType : 0;
+    bool isAgreed = false;
+    for (const uint32_t sibling : keys) {
+        const auto other = bench.images.read<tavDBMValue>(kValueMedium, sibling);
+        if (sibling == key || sibling == 0 || !other || other->length != value.length)
+            continue;
+        common = common == 0 ? other->type : common;
+        isAgreed = true;
+        if (other->type != common)
+            return false;
+    }
+    // A known type needs both witnesses against it: every combination is stated to be possible.
+    const bool isTold = isKnownType(value.type) ? constraint && isAgreed : constraint || isAgreed;
+    const bool fits = numberBytes(common) == 0 || value.length == static_cast<int32_t>(numberBytes(common));
+    if (value.type == common || !isKnownType(common) || !isTold || !fits)
+        return false;
+    bench.report(Gravity::damage, {kValueMedium, RecordKind::value, key, leaf},
+                 "it says that it is of type " + std::to_string(value.type), "it is of type " + std::to_string(common));
+    bench.images.write(kValueMedium, key + kTypePlace, common);
+    return true;
 }
 
 std::optional<std::string> ValueCheck::acceptConstraint(uint32_t leaf, uint32_t key, int32_t valueType) {

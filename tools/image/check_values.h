@@ -50,6 +50,7 @@ private:
     std::optional<std::string> faultOf(const tavDBMValue &value) const;
     tavDBMValue mended(tavDBMValue value) const;
     void checkConstraint(uint32_t leaf, const Keys &keys, uint32_t key);
+    bool mendType(uint32_t leaf, const Keys &keys, uint32_t key);
     std::optional<std::string> acceptConstraint(uint32_t leaf, uint32_t key, int32_t valueType);
     std::optional<std::string> constraintFault(uint32_t leaf, uint32_t key, int32_t valueType);
     std::optional<std::string> claimConstraint(const FoundAt &at, const struct ConstraintType &type);
@@ -60,6 +61,7 @@ private:
     std::map<uint32_t, std::optional<std::string>> constraints;  ///< faults by key
     std::map<uint32_t, uint32_t> elements;                       ///< ranges that enumerations may share
     std::map<uint32_t, bool> constrained;                        ///< values whose constraint was looked at
+    std::vector<std::pair<uint32_t, Keys>> leafKeys;             ///< what was accepted of each leaf
     std::vector<ValueWish> wanted;
 };
 

@@ -111,6 +111,22 @@ Status checkMarks(const RawImages::Contents &contents) {
     return std::nullopt;
 }
 
+/// Images that say of themselves that they belong in each other's place would be taken for rubble.
+Status checkPlaces(const RawImages::Contents &contents) {
+    const auto roleOf = [&](const MediumName &medium) {
+        const auto [mark, role] = marksOf(contents[static_cast<size_t>(medium.id)], nativeOrder());
+        return mark == kMagic && role >> 16 == kFormatVersion ? static_cast<int32_t>(role & 0xFFFF) : 0;
+    };
+    std::vector<std::string> strangers;
+    for (const auto &medium : kMediumNames)
+        if (const auto role = roleOf(medium); RawImages::isMedium(role) && role != medium.id)
+            strangers.emplace_back(medium.file);
+    if (strangers.size() < 2)
+        return std::nullopt;
+    return Fault{FaultKind::damaged, strangers[0] + " and " + strangers[1] + " are images of other media: exchanged?",
+                 0, 0};
+}
+
 /// The images, those that a journal names in their repaired form. One that is missing is empty.
 Result<RawImages::Contents> readContents(const std::string &folder, const std::vector<std::string> &journal) {
     using Contents = Result<RawImages::Contents>;
@@ -132,8 +148,13 @@ Result<RawImages::Contents> readContents(const std::string &folder, const std::v
     return Contents::good(std::move(contents));
 }
 
-/// No server owns an image while these are open.
-Status lockImages(const std::string &folder, std::vector<Descriptor> &locks) {
+/// While these are open nobody else repairs the directory, and no server owns an image.
+Status takeLocks(const std::string &folder, std::vector<Descriptor> &locks) {
+    locks.push_back(openFile(folder, O_RDONLY | O_DIRECTORY));
+    if (!locks[0].isOpen())
+        return faultOfError(errno, "cannot be opened");
+    if (flock(locks[0].get(), LOCK_EX | LOCK_NB) != 0)
+        return Fault{FaultKind::locked, "is being repaired by another process", 0, 0};
     for (const auto &medium : kMediumNames) {
         auto image = openFile(joinPath(folder, medium.file), O_RDONLY | O_NONBLOCK);
         if (!image.isOpen())
@@ -160,7 +181,7 @@ public:
         : check(std::move(given)), folder(check.directory.path), before(callback) {}
 
     Result<Repaired> run() {
-        auto fault = prepare();
+        Status fault;
         for (const auto action :
              {&Repair::finishFormer, &Repair::removeLeft, &Repair::decide, &Repair::keepOriginal, &Repair::writeBeside,
               &Repair::writeJournal, &Repair::putInPlace, &Repair::writeTables})
@@ -185,17 +206,6 @@ private:
     void announce(const std::string &name) const {
         if (before)
             before(name);
-    }
-
-    Status prepare() {
-        if (!check.tables.living.empty())
-            return Fault{FaultKind::locked, "is in use by process " + std::to_string(check.tables.living[0]), 0, 0};
-        self = openFile(folder, O_RDONLY | O_DIRECTORY);
-        if (!self.isOpen())
-            return faultOfError(errno, "cannot be opened");
-        if (flock(self.get(), LOCK_EX | LOCK_NB) != 0)
-            return Fault{FaultKind::locked, "is being repaired by another process", 0, 0};
-        return lockImages(folder, images);
     }
 
     Status finishFormer() {
@@ -404,8 +414,6 @@ private:
     DatabaseCheck check;
     const std::string folder;
     const RepairStep &before;
-    Descriptor self;
-    std::vector<Descriptor> images;
     std::map<std::string, std::string> changed;
     std::vector<std::string> changedNames;
     std::string original;
@@ -453,8 +461,9 @@ Result<DatabaseCheck> checkDatabase(const std::string &path) {
     auto contents = readContents(folder, *journal.value);
     if (!contents)
         return Checked::bad(std::move(contents.error));
-    if (auto fault = checkMarks(*contents.value))
-        return Checked::bad(std::move(*fault));
+    for (const auto look : {checkMarks, checkPlaces})
+        if (auto fault = look(*contents.value))
+            return Checked::bad(std::move(*fault));
     auto tables = checkTables(*directory.value);
     if (!tables)
         return Checked::bad(std::move(tables.error));
@@ -465,9 +474,18 @@ Result<DatabaseCheck> checkDatabase(const std::string &path) {
 }
 
 Result<Repaired> repairDatabase(const std::string &path, const RepairStep &step) {
-    auto check = checkDatabase(path);
+    using Done = Result<Repaired>;
+    const auto directory = openDirectory(path, DirectoryUse::repair);
+    if (!directory)
+        return Done::bad(directory.error);
+    std::vector<Descriptor> locks;
+    if (auto fault = takeLocks(directory.value->path, locks))
+        return Done::bad(std::move(*fault));
+    auto check = checkDatabase(directory.value->path);
     if (!check)
-        return Result<Repaired>::bad(std::move(check.error));
+        return Done::bad(std::move(check.error));
+    if (const auto &living = check.value->tables.living; !living.empty())
+        return Done::bad({FaultKind::locked, "is in use by process " + std::to_string(living[0]), 0, 0});
     return Repair(std::move(*check.value), step).run();
 }
 

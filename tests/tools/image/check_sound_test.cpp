@@ -245,6 +245,25 @@ TEST_F(CheckOddities, SubTreeThatWasDeletedLeavesNamesAndValues) {
                                        testing::StartsWith("string.med: the header: 32 bytes")));
 }
 
+TEST_F(CheckOddities, ComponentThatWasDeletedWhenNothingBehindItWasFree) {
+    buildText("x: {type: u8}\ny: {type: u8}\n", db);
+    {
+        Attached database(db);
+        auto *session = database.session();
+        const auto images = *RawImages::load(db, nativeOrder()).value;
+        const auto first = wordOf(images, kComponentMedium, 12);
+        // The last free block is taken whole.
+        ASSERT_EQ(flst_m_get(session, kComponentMedium, wordOf(images, kComponentMedium, first + 4)), first);
+        ASSERT_EQ(tavDBMDeleteComponent(session, database.at("/y")), 0);
+    }
+    const auto examination = examine(*RawImages::load(db, nativeOrder()).value);
+    EXPECT_FALSE(examination.isDamaged());
+    EXPECT_THAT(linesOf(examination), testing::Contains(testing::EndsWith(
+                                          "of /lost+found/y: no link leads to it (oddity): it comes to stand below "
+                                          "/lost+found")));
+    expectSound(examination);
+}
+
 TEST_F(CheckOddities, NameAndValueThatWereDeletedWhileInUse) {
     buildText("x: {type: u8, current: 5}\ny: {type: u8}\n", db);
     {

@@ -290,6 +290,18 @@ const Row kRows[] = {
      {"value.med: the value at 16 of /a: its data overlap something else (damage): they have 4 bytes, as its type "
       "says"},
      kWhole},
+    {"TypeThatIsNone",
+     {{V, 16 + 4, 22616}},
+     {"value.med: the value at 16 of /a: it says that it is of type 22616 (damage): it is of type 8"},
+     kWhole},
+    {"TypeOfAText",
+     {{V, 100 + 4, 4097}},
+     {"value.med: the value at 100 of /b: it says that it is of type 4097 (damage): it is of type 1"},
+     kWhole},
+    {"TypeThatConstraintAndOtherValuesDeny",
+     {{V, 44 + 4, TAVDB_TYPE_F32}},
+     {"value.med: the value at 44 of /a: it says that it is of type 10 (damage): it is of type 8"},
+     kWhole},
     {"DataOutside",
      {{V, 44 + 12, 0x7000000}},
      {"component.med: the leaf at 44 of /a: its default value, at 44, is damaged: its data, at 117440512, lie outside "

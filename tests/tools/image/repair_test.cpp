@@ -232,6 +232,15 @@ TEST_F(Repair, DatabaseOfAnotherFormatIsRefused) {
     EXPECT_EQ(filesIn(db), before);
 }
 
+TEST_F(Repair, ImagesThatWereExchangedAreNotTakenForRubble) {
+    std::filesystem::rename(place / "db/value.med", place / "db/x");
+    std::filesystem::rename(place / "db/string.med", place / "db/value.med");
+    std::filesystem::rename(place / "db/x", place / "db/string.med");
+    const auto before = filesIn(db);
+    EXPECT_EQ(faultOfRepair(db).sentence, "value.med and string.med are images of other media: exchanged?");
+    EXPECT_EQ(filesIn(db), before);
+}
+
 TEST_F(Repair, DatabaseInUseIsRefused) {
     damage();
     {
