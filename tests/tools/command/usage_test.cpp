@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "tools/command/command_fixture.h"
+#include "tools/command/help_text.h"
 
 namespace tavdb_test {
 namespace {
@@ -33,6 +34,24 @@ TEST_F(Usage, EachCommandHasItsOwnHelp) {
         EXPECT_EQ(tavdb({command, "--help"}), help) << command;
     }
     EXPECT_EQ(tavdb({"help", "dance"}), fails(2, "tavdb: help: there is no command dance\n"));
+}
+
+/// Only commands whose names occur are declared; what they are called must be what they are found by.
+TEST_F(Usage, EveryCommandOfTheHelpIsKnownByItsName) {
+    const auto commands = commandsIn(tavdb({"help"}).out);
+    EXPECT_GT(commands.size(), 20U);
+    for (const std::string &command : commands) {
+        const auto mistake = tavdb({command, "--dance"});
+        EXPECT_EQ(mistake.exitCode, 2);
+        EXPECT_THAT(mistake.err, testing::Not(HasSubstr("there is no command"))) << command;
+    }
+}
+
+TEST_F(Usage, NameOfACommandMayBeTheNameOfSomethingElse) {
+    build("get: {type: u8, current: 1}\nlist: {type: u8, current: 2}\n");
+    std::filesystem::rename(place / "db", place / "tree");
+    EXPECT_EQ(tavdb({"-d", "tree", "get", "get"}), says("1\n"));
+    EXPECT_EQ(tavdb({"get", "-d", "tree", "/list"}), says("2\n"));
 }
 
 TEST_F(Usage, MistakesAreOneLine) {
