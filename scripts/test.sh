@@ -3,8 +3,9 @@
 # Builds the project and runs all tests. Installs what is missing (as root).
 #   scripts/test.sh          the optimised build
 #   scripts/test.sh --all    the same, then everything again under the address and
-#                            undefined-behaviour sanitizers, and for powerpc under
-#                            emulation, as CI does
+#                            undefined-behaviour sanitizers, the tests of threads
+#                            under the thread sanitizer, and everything for powerpc
+#                            under emulation, as CI does
 # Ends with the counts of all runs and the time they took.
 . "$(dirname "$0")/common.sh"
 
@@ -53,6 +54,7 @@ count_verdicts() {
 run release
 if [ "$all" = yes ]; then
     run sanitize
+    run threads
     # shellcheck disable=SC2086
     need_packages $packages_powerpc
     "$project/scripts/powerpc_packages.sh" ||
