@@ -20,7 +20,7 @@ build fuzz fuzz_targets
 folder=$project/build/fuzz
 "$folder/bin/fuzz_seeds" "$folder/seeds"
 mkdir -p "$folder/findings"
-failed=0
+failed=0 running=0
 
 # run TARGET: its corpus grows from run to run
 run() {
@@ -36,14 +36,24 @@ run() {
             "$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")" \
             "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" "$(find "$corpus" -type f | wc -l)"
     else
-        failed=$((failed + 1))
         printf '%-12s FAILED, see %s\n' "$target" "${log#"$project/"}"
         grep -m3 -E '^==[0-9]+==ERROR|^SUMMARY|runtime error|Test unit written' "$log" || true
+        return 1
     fi
 }
 
 say "fuzzing for $seconds s each"
+# as many at once as there are processors
 for target in $targets; do
-    run "$target"
+    run "$target" &
+    running=$((running + 1))
+    if [ "$running" -ge "$jobs" ]; then
+        wait -n || failed=$((failed + 1))
+        running=$((running - 1))
+    fi
+done
+while [ "$running" -gt 0 ]; do
+    wait -n || failed=$((failed + 1))
+    running=$((running - 1))
 done
 [ "$failed" -eq 0 ]

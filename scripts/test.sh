@@ -4,8 +4,8 @@
 #   scripts/test.sh          the optimised build
 #   scripts/test.sh --all    the same, then everything again under the address and
 #                            undefined-behaviour sanitizers, the tests of threads
-#                            under the thread sanitizer, and everything for powerpc
-#                            under emulation, as CI does
+#                            under the thread sanitizer, everything for powerpc
+#                            under emulation, and a short fuzzing, as CI does
 # Ends with the counts of all runs and the time they took.
 . "$(dirname "$0")/common.sh"
 
@@ -61,6 +61,7 @@ if [ "$all" = yes ]; then
         { say "without yaml-cpp and pugixml: the command is neither built nor tested for powerpc"; without=OFF; }
     (cd "$project" && cmake --preset ppc -DTAVDB_BUILD_TOOLS="${without:-ON}" >/dev/null)
     run ppc
+    "$project/scripts/fuzz.sh" || failed=$((failed + 1))
 fi
 
 say "took $(($(date +%s) - started)) s"
