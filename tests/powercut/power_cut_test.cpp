@@ -13,6 +13,7 @@
 
 #include "image/check_names.h"
 #include "powercut/cut_media.h"
+#include "rounds.h"
 #include "tools/image/check_support.h"
 
 namespace tavdb_test {
@@ -20,11 +21,7 @@ namespace {
 
 namespace image = tavdb::image;
 
-#ifdef TAVDB_TEST_SLOW
-constexpr size_t kUsual = 2;
-#else
-constexpr size_t kUsual = 3;
-#endif
+constexpr size_t kUsual = kSlow ? 2 : 3;
 
 size_t settingOf(const char *variable, size_t usual) {
     const char *const text = getenv(variable);

@@ -3,20 +3,16 @@
 // check ends, what it puts right is sound, and doing it again changes nothing.
 #include <random>
 
+#include "rounds.h"
 #include "tools/image/check_support.h"
 
 namespace tavdb::image {
 namespace {
 
-#ifdef TAVDB_TEST_SLOW
-constexpr uint32_t kRounds = 800;
-constexpr uint32_t kLargeRounds = 20;
-constexpr uint32_t kBitStep = 13;
-#else
-constexpr uint32_t kRounds = 12000;
-constexpr uint32_t kLargeRounds = 200;
-constexpr uint32_t kBitStep = 1;
-#endif
+using tavdb_test::kSlow;
+constexpr uint32_t kRounds = kSlow ? 800 : 12000;
+constexpr uint32_t kLargeRounds = kSlow ? 20 : 200;
+constexpr uint32_t kBitStep = kSlow ? 13 : 1;
 
 const char *const kDevice =
     "network:\n"
