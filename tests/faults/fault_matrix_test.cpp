@@ -28,7 +28,7 @@ public:
     }
     void allow(const std::string &name, uint64_t offset, uint64_t length) {
         auto &allowed = allowed_[name];
-        allowed.resize(std::max<size_t>(allowed.size(), offset + length));
+        allowed.resize(std::max(allowed.size(), static_cast<size_t>(offset + length)));
         std::fill_n(allowed.begin() + static_cast<std::ptrdiff_t>(offset), length, true);
     }
     /// Allows what the log says that was written.

@@ -40,7 +40,7 @@ int32_t writeMedium(int32_t fd, const void *data, int32_t length, uint32_t offse
         return -1;
     }
     if (medium.size() < end)
-        medium.resize(end);
+        medium.resize(static_cast<size_t>(end));
     if (length > 0)
         memcpy(medium.data() + offset, data, static_cast<size_t>(length));
     return length;

@@ -23,10 +23,10 @@ constexpr uint32_t kOwnComponent = 101;
 constexpr milliseconds kLongestWait{2000};
 /// Making the tables is thousands of stores that do the same to one record after the other; of the stores behind
 /// these, every so many is enough.
-constexpr uint64_t kEveryStore = 200;
-constexpr uint64_t kStride = kSlow ? 997 : 97;
+constexpr uint32_t kEveryStore = 200;
+constexpr uint32_t kStride = kSlow ? 997 : 97;
 /// Taking all that the tables hold takes as long as a hundred deaths.
-constexpr uint64_t kCapacityEvery = 16;
+constexpr uint32_t kCapacityEvery = 16;
 
 /// A process that is attached and has a session.
 struct Client {
@@ -121,7 +121,7 @@ const Operation kOperations[] = {
 /// A process that stops in front of a store of an operation.
 class Victim {
 public:
-    Victim(const DatabaseFolder &database, const Operation &operation, uint64_t store)
+    Victim(const DatabaseFolder &database, const Operation &operation, uint32_t store)
         : child_([&database, &operation, store, this] {
               Client client;
               if (!operation.before(database, client))
@@ -181,8 +181,8 @@ void expectNothingIsLost(const DatabaseFolder &database) {
 /// Calls with the number of each store until a victim finishes, and prints how many died.
 template <typename Death>
 void forEachStore(const char *name, Death die) {
-    uint64_t deaths = 0;
-    uint64_t store = 0;
+    uint32_t deaths = 0;
+    uint32_t store = 0;
     while (!testing::Test::HasFailure()) {
         SCOPED_TRACE("in front of store " + std::to_string(store));
         if (!die(store))
@@ -191,7 +191,7 @@ void forEachStore(const char *name, Death die) {
         store += store < kEveryStore ? 1 : kStride;
     }
     EXPECT_GT(deaths, 0U) << "the operation stores nothing that others see";
-    std::printf("%s: died %llu times\n", name, static_cast<unsigned long long>(deaths));
+    std::printf("%s: died %u times\n", name, deaths);
 }
 
 class DeathMatrix : public testing::TestWithParam<Operation> {};
@@ -200,7 +200,7 @@ INSTANTIATE_TEST_SUITE_P(Of, DeathMatrix, testing::ValuesIn(kOperations),
                          [](const auto &row) { return row.param.name; });
 
 TEST_P(DeathMatrix, NoStoreIsTheLastForOthers) {
-    forEachStore(GetParam().name, [](uint64_t store) {
+    forEachStore(GetParam().name, [](uint32_t store) {
         const DatabaseFolder database;
         Child first([&] { return Client().start(database) ? 0 : 1; });  // its reference and session stay
         EXPECT_EQ(joinInTime(first), 0);
@@ -221,7 +221,7 @@ TEST(DeathWhileUnlocking, LeavesNobodyWaiting) {
     constexpr Operation kUnlock = {"Unlock", lockOwn, [](const DatabaseFolder &, Client &client) {
                                        return tavDBMUnlock(&client.session, kOwnComponent) == 0;
                                    }};
-    forEachStore("Unlock before a waiting process", [&](uint64_t store) {
+    forEachStore("Unlock before a waiting process", [&](uint32_t store) {
         const DatabaseFolder database;
         Victim victim(database, kUnlock, store);
         const bool isStopped = victim.stops();

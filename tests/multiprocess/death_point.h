@@ -11,8 +11,8 @@ namespace tavdb_test {
 
 /// Lies in memory that the dying process shares with the test.
 struct DeathPoint {
-    uint64_t store = 0;              ///< the process stops in front of this store, the first being 0
-    std::atomic<uint64_t> seen = 0;  ///< stores so far
+    uint32_t store = 0;              ///< the process stops in front of this store, the first being 0
+    std::atomic<uint32_t> seen = 0;  ///< stores so far
     std::atomic<bool> isReached = false;
 };
 

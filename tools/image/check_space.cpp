@@ -20,7 +20,7 @@ void checkHeader(Bench &bench, const MediumName &medium) {
     };
     if (bench.sizeOf(medium.id) < kHeaderBytes) {
         report("the image is shorter than its header", "it gets a new header");
-        bench.images.append(medium.id, std::string(kHeaderBytes - bench.sizeOf(medium.id), '\0'));
+        bench.images.append(medium.id, std::string(static_cast<size_t>(kHeaderBytes - bench.sizeOf(medium.id)), '\0'));
         bench.images.write(medium.id, 0, tavDBMMediumHeader{{kMagic, roleWord(medium.id)}, 0, 0});
     }
     const auto found = *bench.images.read<tavDBMMediumHeader>(medium.id, 0);

@@ -169,7 +169,7 @@ private:
         EXPECT_EQ(tavDBMDeleteString(session(), leaf.name), 0);
         if (constraint != 0)
             flst_m_release(session(), kConstraintMedium, constraint, sizeof(tavDBMRangeS32));
-        leaves.erase(leaves.begin() + index);
+        leaves.erase(leaves.begin() + static_cast<std::ptrdiff_t>(index));
     }
     void write() {
         if (leaves.empty())
