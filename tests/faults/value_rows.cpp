@@ -5,7 +5,7 @@ namespace tavdb_test {
 
 namespace {
 
-constexpr uint8_t kData[] = {2, 0, 0, 0, 0, 0, 0, 0};
+constexpr uint64_t kTwo = 2;
 
 tavDBMValue valueRecord(const World &w) {
     return {.key = w.value,
@@ -28,7 +28,7 @@ constexpr FaultRow kRows[] = {
          return given(value_new(w.session, &record));
      }},
     {"value_create",
-     [](World &w) { return int64_t{value_create(w.session, TAVDB_TYPE_U64, 5, kData, sizeof kData, kDataMedia)}; }},
+     [](World &w) { return int64_t{value_create(w.session, TAVDB_TYPE_U64, 5, &kTwo, sizeof kTwo, kDataMedia)}; }},
     {"value_create/zeros",
      [](World &w) { return int64_t{value_create(w.session, TAVDB_TYPE_U64, 5, nullptr, 40, kDataMedia)}; }},
     {"value_set",
@@ -46,7 +46,7 @@ constexpr FaultRow kRows[] = {
     {"value_setConstraintKey",
      [](World &w) { return int64_t{value_setConstraintKey(w.session, w.value, w.ranges[0])}; }},
     {"value_getConstraintKey", [](World &w) { return int64_t{value_getConstraintKey(w.session, w.value)}; }},
-    {"value_setGeneric", [](World &w) { return int64_t{value_setGeneric(w.session, w.value, kData, sizeof kData)}; }},
+    {"value_setGeneric", [](World &w) { return int64_t{value_setGeneric(w.session, w.value, &kTwo, sizeof kTwo)}; }},
     {"value_setGeneric/listed",
      [](World &w) {
          const uint64_t three = 3;
