@@ -20,7 +20,7 @@ using tavdb::test::since;
 constexpr uint32_t kDatabase = 1;
 constexpr uint32_t kSharedComponent = 100;
 constexpr uint32_t kOwnComponent = 101;
-constexpr milliseconds kLongestWait{2000};
+constexpr milliseconds kLongestWait{kSlow ? 10000 : 2000};
 /// Making the tables is thousands of stores that do the same to one record after the other; of the stores behind
 /// these, every so many is enough.
 constexpr uint32_t kEveryStore = 200;

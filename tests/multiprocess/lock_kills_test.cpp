@@ -21,7 +21,7 @@ constexpr uint32_t kComponent = 77;
 constexpr uint32_t kMostWorkers = 16;
 constexpr uint32_t kKills = kSlow ? 175 : 700;  ///< of each number of workers, unless TAVDB_TEST_KILLS says how many
 constexpr uint32_t kMostEntries = 20;           ///< into the section, by all workers, between two deaths
-constexpr uint32_t kLongestWaitMs = 2000;
+constexpr uint32_t kLongestWaitMs = kSlow ? 10000 : 2000;
 
 uint32_t plannedKills() {
     const char *const variable = getenv("TAVDB_TEST_KILLS");
