@@ -111,7 +111,7 @@ int MappedFile::openPath(const char *path) {
 int MappedFile::reopen(struct stat *status) {
     fd_ = -1;
     MediaPath path;
-    const int error = path.resolve(hint_);
+    const int error = path.resolve(hint_.text());
     if (error != 0)
         return error;
     const int access = refusal_ != 0 ? O_RDONLY : O_RDWR;
@@ -123,16 +123,6 @@ int MappedFile::reopen(struct stat *status) {
     ::close(fd_);
     fd_ = -1;
     return ESTALE;
-}
-
-int MappedFile::keepHint(const char *hint) {
-    const size_t size = strlen(hint) + 1;
-    auto *const copy = static_cast<char *>(tavOSWSubAllocMem(static_cast<uint32_t>(size)));
-    if (copy == nullptr)
-        return ENOMEM;
-    memcpy(copy, hint, size);
-    hint_ = copy;
-    return 0;
 }
 
 int MappedFile::openRegular(const char *hint) {
@@ -155,7 +145,7 @@ int MappedFile::openRegular(const char *hint) {
 int MappedFile::open(const char *hint) {
     int error = openRegular(hint);
     if (error == 0)
-        error = keepHint(hint);
+        error = hint_.keep(hint);
     if (error == 0)
         error = refresh();
     if (error != 0)
@@ -175,8 +165,7 @@ void MappedFile::close() {
     struct stat status = {};
     if (isOwnDescriptor(&status))
         ::close(fd_);
-    if (hint_ != nullptr)
-        tavOSWOrgFreeMemPart(0, const_cast<char *>(hint_));
+    hint_.forget();
     *this = {};
 }
 

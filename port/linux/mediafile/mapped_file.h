@@ -18,6 +18,8 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include "mediafile/hint_text.h"
+
 namespace tavdb {
 
 /// A word that one thread writes, with all it has prepared before, and any thread reads.
@@ -83,7 +85,7 @@ public:
         return endOf(length, offset) <= writable_.get() ? base_.get() + offset : nullptr;
     }
     /// The text that it was opened with.
-    const char *hint() const {
+    const HintText &hint() const {
         return hint_;
     }
     /// @}
@@ -130,7 +132,6 @@ private:
     int openRegular(const char *hint);
     int openPath(const char *path);
     int reopen(struct stat *status);
-    int keepHint(const char *hint);
     void adoptSize(uint64_t size);
     bool replaceMapping(size_t capacity);
     bool keepOldMapping();
@@ -138,7 +139,7 @@ private:
     int reserve(uint64_t end);
     uint64_t mappedBytes() const;
 
-    const char *hint_ = nullptr;
+    HintText hint_;
     Published<char *> base_;
     Published<size_t> readable_;
     Published<size_t> writable_;

@@ -34,7 +34,7 @@ uint8_t &guessFor(const char *hint) {
 uint32_t find(const char *hint) {
     const uint32_t count = s_count.get();
     for (uint32_t i = 0; i < count; i++)
-        if (strcmp(s_media[i].hint(), hint) == 0)
+        if (s_media[i].hint().equals(hint))
             return i;
     return kMediaMax;
 }
@@ -139,7 +139,7 @@ void dumpMemoryMedia(int32_t level) {
     for (uint32_t i = 0; i < count; i++) {
         const auto base = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(s_media[i].base()));
         const auto size = static_cast<uint32_t>(s_media[i].size());
-        dbs_me_debug_trace(level, "[0x%8x]:[0x%8x][0x%8x][%s]\n", i, base, size, s_media[i].hint());
+        dbs_me_debug_trace(level, "[0x%8x]:[0x%8x][0x%8x][%s]\n", i, base, size, s_media[i].hint().text());
     }
 }
 
@@ -153,7 +153,7 @@ int32_t tavdbMemOpen(const char *hint, uint32_t, uint32_t *err) {
     if (hint == nullptr)
         return tavdb::failWith(err, EFAULT);
     const uint32_t guess = __atomic_load_n(&tavdb::guessFor(hint), __ATOMIC_RELAXED);
-    if (guess < tavdb::s_count.get() && strcmp(tavdb::s_media[guess].hint(), hint) == 0)
+    if (guess < tavdb::s_count.get() && tavdb::s_media[guess].hint().equals(hint))
         return static_cast<int32_t>(guess);
     return tavdb::openUnguessed(hint, err);
 }

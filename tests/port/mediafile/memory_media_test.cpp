@@ -3,6 +3,7 @@
 // an access costs.
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -13,6 +14,7 @@
 #include <climits>
 #include <csignal>
 #include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <iterator>
 
@@ -69,6 +71,53 @@ TEST_F(MemoryMedia, DescriptorBelongsToTheTextOfTheHint) {
     reused[0] = 'b';
     EXPECT_EQ(tavdbMemOpen(reused, 0, &err), mapped("b.med")) << "an address with another text behind it";
     EXPECT_EQ(bytesOf(memoryMedium, tavdbMemOpen(reused, 0, &err), 1, 0), "B");
+}
+
+/// A page in front of one that cannot be read.
+class LastPage {
+public:
+    LastPage() : bytes_(static_cast<char *>(mmap(nullptr, 2 * size_, PROT_READ | PROT_WRITE, kPrivate, -1, 0))) {
+        EXPECT_NE(bytes_, MAP_FAILED);
+        EXPECT_EQ(mprotect(bytes_ + size_, size_, PROT_NONE), 0);
+        memset(bytes_, '#', size_);
+    }
+    ~LastPage() {
+        munmap(bytes_, 2 * size_);
+    }
+    LastPage(const LastPage &) = delete;
+    LastPage &operator=(const LastPage &) = delete;
+    /// A text so many bytes in front of the page's end, with '#' behind it.
+    const char *place(const std::string &text, size_t spare) {
+        memset(bytes_, '#', size_);
+        char *const start = bytes_ + size_ - spare - text.size() - 1;
+        return static_cast<char *>(memcpy(start, text.c_str(), text.size() + 1));
+    }
+
+private:
+    static constexpr int kPrivate = MAP_PRIVATE | MAP_ANONYMOUS;
+    size_t size_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    char *bytes_;
+};
+
+TEST_F(MemoryMedia, HintsOfEveryLengthAndPlaceAreToldApart) {
+    LastPage page;
+    uint32_t err = 0;
+    for (size_t length = 1; length <= 20; length++) {
+        const std::string name(length, 'n');
+        writeFile(name, "x");
+        const int32_t fd = mapped(name);
+        for (size_t spare = 0; spare < 16; spare++) {
+            EXPECT_EQ(tavdbMemOpen(page.place(name, spare), 0, &err), fd) << name << " + " << spare;
+            EXPECT_EQ(tavdbMemOpen(page.place(name, spare), 0, &err), fd) << "once more: " << name << " + " << spare;
+            for (size_t i = 0; i < length; i++) {
+                std::string other = name;
+                other[i] = 'o';
+                EXPECT_EQ(tavdbMemOpen(page.place(other, spare), 0, &err), -1) << other << " + " << spare;
+            }
+            const std::string longer = name + "n";
+            EXPECT_EQ(tavdbMemOpen(page.place(longer, spare), 0, &err), -1) << longer << " + " << spare;
+        }
+    }
 }
 
 TEST_F(MemoryMedia, DescriptorsStartAtZeroAfterEachInit) {
