@@ -42,20 +42,32 @@ struct Fields {
 /// "[Debug]" with a text, at level 2.
 void traceDebugText(Site site, const char *text);
 
+/// traceError and fail of as many words. Kept out of the functions that may fail: these then have no array of fields
+/// on their stacks, which would have to be guarded.
+template <typename... Words>
+[[gnu::cold, gnu::noinline]] void traceWords(Site site, Words... words) {
+    static_assert(sizeof...(words) <= 4);
+    const uint32_t fields[] = {words..., 0};
+    traceErrorFields(site, {fields, sizeof...(words)});
+}
+template <typename... Words>
+[[gnu::cold, gnu::noinline]] int32_t failWords(tavDBMSession *session, int32_t code, uint32_t detail, Site site,
+                                               Words... words) {
+    static_assert(sizeof...(words) <= 4);
+    const uint32_t fields[] = {words..., 0};
+    return failFields(session, code, detail, site, {fields, sizeof...(words)});
+}
+
 /// "[Error]" with up to four hexadecimal fields.
 template <typename... Words>
 void traceError(Site site, Words... words) {
-    static_assert(sizeof...(words) <= 4);
-    const uint32_t fields[] = {static_cast<uint32_t>(words)..., 0};
-    traceErrorFields(site, {fields, sizeof...(words)});
+    traceWords(site, static_cast<uint32_t>(words)...);
 }
 
 /// Traces a failure and records it in the session. @return code
 template <typename... Words>
 int32_t fail(tavDBMSession *session, int32_t code, uint32_t detail, Site site, Words... words) {
-    static_assert(sizeof...(words) <= 4);
-    const uint32_t fields[] = {static_cast<uint32_t>(words)..., 0};
-    return failFields(session, code, detail, site, {fields, sizeof...(words)});
+    return failWords(session, code, detail, site, static_cast<uint32_t>(words)...);
 }
 
 /// The code that a callee left in the session; without a session no database is open.

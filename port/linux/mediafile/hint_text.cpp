@@ -9,15 +9,15 @@ namespace tavdb {
 
 int HintText::keep(const char *text) {
     const size_t length = strlen(text);
-    const size_t fullWords = length / sizeof(Word);
-    const size_t sizeBytes = (fullWords + 1) * sizeof(Word);
+    const size_t wordsBefore = length / sizeof(Word);
+    const size_t sizeBytes = (wordsBefore + 1) * sizeof(Word);
     auto *const words = static_cast<Word *>(tavOSWSubAllocMem(static_cast<uint32_t>(sizeBytes)));
     if (words == nullptr)
         return ENOMEM;
     memset(words, 0, sizeBytes);
     memcpy(words, text, length);
     words_ = words;
-    fullWords_ = fullWords;
+    last_ = words + wordsBefore;
     lastMask_ = 0;
     memset(&lastMask_, 0xff, length % sizeof(Word) + 1);
     return 0;

@@ -18,24 +18,27 @@ public:
         return reinterpret_cast<const char *>(words_);
     }
 
-    /// Whether both texts are the same. Reads whole aligned words of the other one, up to that with its end:
-    /// such a word lies on one page with the end, so that the bytes behind it can be read, and they are ignored.
+    /// Whether a text stands where its words can be compared, as allocated memory does.
+    static bool isComparable(const char *other) {
+        return reinterpret_cast<uintptr_t>(other) % sizeof(Word) == 0;
+    }
+    /// Whether both texts are the same; the other one is comparable. Reads its words up to that with its end: it lies
+    /// on one page with the end, so that the bytes behind the end can be read, and they are ignored.
     [[gnu::no_sanitize_address]] bool equals(const char *other) const {
-        if (reinterpret_cast<uintptr_t>(other) % sizeof(Word) != 0)
-            return strcmp(text(), other) == 0;
-        const auto *const theirs = reinterpret_cast<const Word *>(other);
-        for (size_t i = 0; i < fullWords_; i++)
-            if (theirs[i] != words_[i])  // also where the other text ends
+        const auto *theirs = reinterpret_cast<const Word *>(other);
+        const Word *ours = words_;
+        for (; ours != last_; ours++, theirs++)
+            if (*theirs != *ours)  // also where the other text ends
                 return false;
-        return (theirs[fullWords_] & lastMask_) == words_[fullWords_];
+        return (*theirs & lastMask_) == *ours;
     }
 
 private:
     typedef size_t Word __attribute__((may_alias));
 
     Word *words_ = nullptr;  ///< zeroes behind the text
-    size_t fullWords_ = 0;   ///< without a byte of its end
-    Word lastMask_ = 0;      ///< ones over the bytes of the text in the next word, its end among them
+    Word *last_ = nullptr;   ///< the word with its end
+    Word lastMask_ = 0;      ///< ones over the bytes of the last word that belong to the text, its end among them
 };
 
 }  // namespace tavdb

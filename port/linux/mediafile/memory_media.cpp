@@ -15,26 +15,25 @@ namespace tavdb {
 namespace {
 
 constexpr uint32_t kMediaMax = 128;
-constexpr uint32_t kGuesses = 128;
+constexpr uint32_t kGuesses = 256;
 
 /// Kept out of the callers, whose usual way then needs no registers saved.
 #define TAVDB_SELDOM __attribute__((noinline, cold))
 
 constinit MappedFile s_media[kMediaMax];
 constinit Published<uint32_t> s_count;
-/// Where a hint at this address was found last. Only a guess: the texts are compared.
-constinit uint8_t s_guesses[kGuesses];
+/// What a hint at this address was found to name last. Only a guess: the texts are compared.
+constinit MappedFile *s_guesses[kGuesses];
 
-uint8_t &guessFor(const char *hint) {
-    const auto address = reinterpret_cast<uintptr_t>(hint);
-    return s_guesses[((address >> 4) ^ (address >> 11)) % kGuesses];
+MappedFile *&guessFor(const char *hint) {
+    return s_guesses[reinterpret_cast<uintptr_t>(hint) / 16 % kGuesses];
 }
 
 /// @return the index of the image with that hint, or kMediaMax
 uint32_t find(const char *hint) {
     const uint32_t count = s_count.get();
     for (uint32_t i = 0; i < count; i++)
-        if (s_media[i].hint().equals(hint))
+        if (strcmp(s_media[i].hint().text(), hint) == 0)
             return i;
     return kMediaMax;
 }
@@ -60,7 +59,7 @@ TAVDB_SELDOM int32_t openUnguessed(const char *hint, uint32_t *err) {
         index = add(hint, &error);
     if (index == kMediaMax)
         return failWith(err, error);
-    __atomic_store_n(&guessFor(hint), static_cast<uint8_t>(index), __ATOMIC_RELAXED);
+    __atomic_store_n(&guessFor(hint), &s_media[index], __ATOMIC_RELEASE);
     return static_cast<int32_t>(index);
 }
 
@@ -115,6 +114,8 @@ void dropMemoryMedia() {
     const LibraryLock lock;
     const uint32_t count = s_count.get();
     s_count.set(0);
+    for (MappedFile *&guess : s_guesses)
+        __atomic_store_n(&guess, nullptr, __ATOMIC_RELAXED);
     for (uint32_t i = 0; i < count; i++)
         s_media[i].close();
 }
@@ -152,9 +153,9 @@ uint32_t memoryMediaSize() {
 int32_t tavdbMemOpen(const char *hint, uint32_t, uint32_t *err) {
     if (hint == nullptr)
         return tavdb::failWith(err, EFAULT);
-    const uint32_t guess = __atomic_load_n(&tavdb::guessFor(hint), __ATOMIC_RELAXED);
-    if (guess < tavdb::s_count.get() && tavdb::s_media[guess].hint().equals(hint))
-        return static_cast<int32_t>(guess);
+    const tavdb::MappedFile *const guess = __atomic_load_n(&tavdb::guessFor(hint), __ATOMIC_ACQUIRE);
+    if (guess != nullptr && tavdb::HintText::isComparable(hint) && guess->hint().equals(hint))
+        return static_cast<int32_t>(guess - tavdb::s_media);
     return tavdb::openUnguessed(hint, err);
 }
 
