@@ -53,8 +53,7 @@ int32_t runStep(tavDBMSession *session, tavDBMHookFunction function, const Targe
     return result != 0 ? fail(session, code, static_cast<uint32_t>(result), site, target.component, result) : 0;
 }
 
-int32_t accessWithHook(tavDBMSession *session, const LeafAccess &access, const tavDBMHook &hook,
-                                         const Target &target) {
+int32_t accessWithHook(tavDBMSession *session, const LeafAccess &access, const tavDBMHook &hook, const Target &target) {
     const HookSteps &steps = access.steps;
     const int32_t refused = runStep(session, hook.*steps.before, target, steps.beforeCode, access.site + kPreHook);
     if (refused != 0)
