@@ -2,17 +2,17 @@
 #include "image/schema_file.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
-
-#include "image/files.h"
 
 namespace tavdb::image {
 
 namespace {
+
+constexpr const char *kNoEntry = "schema.json: a line is no entry";
 
 /// A line of the file: the path in its quotes, and the entry.
 struct EntryLine {
@@ -45,49 +45,55 @@ Fault damaged(std::string sentence) {
     return {FaultKind::damaged, std::move(sentence), 0, 0};
 }
 
+/// So much is read at a time: a few lines.
+constexpr size_t kBlockBytes = 4096;
+
+/// The first line that begins behind the front of `block`, with its place. Nothing when the block ends in its path.
+std::optional<std::pair<size_t, EntryLine>> firstLine(std::string_view block) {
+    const auto newline = block.find('\n');
+    const auto line = newline == std::string_view::npos ? std::nullopt : splitLine(block.substr(newline + 1));
+    return line ? std::optional(std::pair{newline + 1, *line}) : std::nullopt;
+}
+
 }  // namespace
 
 Result<SchemaFile> SchemaFile::open(const std::string &path) {
     SchemaFile file;
-    const auto descriptor = openFile(path, O_RDONLY | O_NONBLOCK);
-    if (!descriptor.isOpen() && errno == ENOENT)
+    file.descriptor = openFile(path, O_RDONLY | O_NONBLOCK);
+    if (!file.descriptor.isOpen() && errno == ENOENT)
         return {std::move(file), {}};
     struct stat status = {};
-    if (!descriptor.isOpen() || fstat(descriptor.get(), &status) != 0)
+    if (!file.descriptor.isOpen() || fstat(file.descriptor.get(), &status) != 0)
         return Result<SchemaFile>::bad(faultOfError(errno, "cannot be opened"));
-    if (auto fault = checkRegular(descriptor.get()))
+    if (auto fault = checkRegular(file.descriptor.get()))
         return Result<SchemaFile>::bad(std::move(*fault));
-    file.there = true;
-    const auto size = static_cast<size_t>(status.st_size);
-    if (size == 0)
-        return {std::move(file), {}};
-    void *const address = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor.get(), 0);
-    if (address == MAP_FAILED)
-        return Result<SchemaFile>::bad(faultOfError(errno, "cannot be read"));
-    file.text = {static_cast<const char *>(address), size};
+    file.sizeBytes = static_cast<uint64_t>(status.st_size);
     return {std::move(file), {}};
 }
 
-SchemaFile::SchemaFile(SchemaFile &&other) noexcept : text(std::exchange(other.text, {})), there(other.there) {}
-
-SchemaFile::~SchemaFile() {
-    if (!text.empty())
-        munmap(const_cast<char *>(text.data()), text.size());
-}
-
-/// Whether the file has the shape in which it was written.
-bool SchemaFile::hasLines() const {
-    return text.starts_with(kSchemaStart) && text.ends_with(kSchemaEnd) && text.find(kSchemaMiddle) < text.size();
+Result<std::optional<SchemaFile::Extent>> SchemaFile::findLines() const {
+    using Found = Result<std::optional<Extent>>;
+    const auto head = readPart(descriptor.get(), kBlockBytes, 0);
+    if (!head)
+        return Found::bad(head.error);
+    const auto middle = head.value->find(kSchemaMiddle);
+    if (!head.value->starts_with(kSchemaStart) || middle == std::string::npos)
+        return {std::optional<Extent>(), {}};
+    const Extent lines = {middle + kSchemaMiddle.size(), sizeBytes - kSchemaEnd.size()};
+    const auto tail = readPart(descriptor.get(), kSchemaEnd.size(), lines.end);
+    if (!tail)
+        return Found::bad(tail.error);
+    return {*tail.value == kSchemaEnd ? std::optional(lines) : std::nullopt, {}};
 }
 
 Result<SchemaEntry> SchemaFile::find(const std::string &path) const {
-    if (!there)
+    if (!isThere())
         return {SchemaEntry{}, {}};
-    if (hasLines()) {
-        const auto begin = text.find(kSchemaMiddle) + kSchemaMiddle.size();
-        const auto end = text.size() - kSchemaEnd.size();
-        return findLine(begin < end ? text.substr(begin, end - begin) : std::string_view{}, path);
-    }
+    const auto lines = findLines();
+    if (!lines)
+        return Result<SchemaEntry>::bad(lines.error);
+    if (*lines.value)
+        return findAmong(**lines.value, path);
     const auto whole = readAll();
     if (!whole)
         return Result<SchemaEntry>::bad(whole.error);
@@ -95,7 +101,31 @@ Result<SchemaEntry> SchemaFile::find(const std::string &path) const {
     return {entry == whole.value->components.end() ? SchemaEntry{} : entry->second, {}};
 }
 
-Result<SchemaEntry> SchemaFile::findLine(std::string_view lines, const std::string &path) const {
+Result<SchemaEntry> SchemaFile::findAmong(Extent lines, const std::string &path) const {
+    while (lines.begin < lines.end && lines.end - lines.begin > 4 * kBlockBytes) {
+        const auto middle = lines.begin + (lines.end - lines.begin) / 2;
+        const auto block = readPart(descriptor.get(), kBlockBytes, middle);
+        if (!block)
+            return Result<SchemaEntry>::bad(block.error);
+        const auto line = firstLine(*block.value);
+        if (!line)
+            break;  // a line longer than a block
+        const auto key = parseSchemaKey(line->second.key);
+        if (!key)
+            return Result<SchemaEntry>::bad(damaged(kNoEntry));
+        const auto begin = middle + line->first;
+        if (path < *key.value)
+            lines.end = begin - 1;
+        else
+            lines.begin = begin;
+    }
+    if (lines.begin >= lines.end)
+        return {SchemaEntry{}, {}};
+    const auto text = readPart(descriptor.get(), lines.end - lines.begin, lines.begin);
+    return text ? findLine(*text.value, path) : Result<SchemaEntry>::bad(text.error);
+}
+
+Result<SchemaEntry> SchemaFile::findLine(std::string_view lines, const std::string &path) {
     while (!lines.empty()) {
         const auto before = lines.substr(0, lines.size() / 2).rfind('\n');
         const auto begin = before == std::string_view::npos ? 0 : before + 1;
@@ -103,7 +133,7 @@ Result<SchemaEntry> SchemaFile::findLine(std::string_view lines, const std::stri
         const auto line = splitLine(lines.substr(begin, end - begin));
         const auto key = line ? parseSchemaKey(line->key) : Outcome<std::string>{};
         if (!key)
-            return Result<SchemaEntry>::bad(damaged("schema.json: a line is no entry"));
+            return Result<SchemaEntry>::bad(damaged(kNoEntry));
         if (*key.value == path) {
             auto entry = parseSchemaEntry(line->entry, path);
             return entry ? Result<SchemaEntry>::good(std::move(*entry.value))
@@ -118,9 +148,12 @@ Result<SchemaEntry> SchemaFile::findLine(std::string_view lines, const std::stri
 }
 
 Result<Schema> SchemaFile::readAll() const {
-    if (!there)
+    if (!isThere())
         return {Schema{}, {}};
-    auto read = parseSchema(text);
+    const auto text = readPart(descriptor.get(), sizeBytes, 0);
+    if (!text)
+        return Result<Schema>::bad(text.error);
+    auto read = parseSchema(*text.value);
     if (read.errors.empty())
         return Result<Schema>::good(std::move(read.schema));
     return Result<Schema>::bad(damaged(formatDiagnostic("schema.json", read.errors.front())));

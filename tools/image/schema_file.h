@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // The schema.json of a database: the entry of one path, found by a binary search
-// over the lines of the mapped file. A file of another shape that is JSON all the
-// same is read whole.
+// over the lines, of which only a few are read. A file of another shape that is
+// JSON all the same is read whole.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "image/fault.h"
+#include "image/files.h"
 #include "image/schema_json.h"
 
 namespace tavdb::image {
@@ -17,12 +20,8 @@ public:
     /// A file that is not there is a schema without entries.
     static Result<SchemaFile> open(const std::string &path);
 
-    SchemaFile(SchemaFile &&other) noexcept;
-    SchemaFile &operator=(SchemaFile &&) = delete;
-    ~SchemaFile();
-
     bool isThere() const {
-        return there;
+        return descriptor.isOpen();
     }
     /// The entry of a path; one without content when there is none.
     Result<SchemaEntry> find(const std::string &path) const;
@@ -30,12 +29,20 @@ public:
     Result<Source> readSource() const;
 
 private:
-    SchemaFile() = default;
-    bool hasLines() const;
-    Result<SchemaEntry> findLine(std::string_view lines, const std::string &path) const;
+    /// Bytes of the file.
+    struct Extent {
+        uint64_t begin;
+        uint64_t end;
+    };
 
-    std::string_view text;
-    bool there = false;
+    SchemaFile() = default;
+    /// Where the lines of the entries are, in a file of the shape in which it was written.
+    Result<std::optional<Extent>> findLines() const;
+    Result<SchemaEntry> findAmong(Extent lines, const std::string &path) const;
+    static Result<SchemaEntry> findLine(std::string_view lines, const std::string &path);
+
+    Descriptor descriptor;
+    uint64_t sizeBytes = 0;
 };
 
 }  // namespace tavdb::image

@@ -49,6 +49,16 @@ TEST_F(SchemaFileTest, PathsThatNeedEscapesAreFound) {
         EXPECT_TRUE(file.find(path).value->secret) << path;
 }
 
+TEST_F(SchemaFileTest, EntriesAmongLongLinesAreFound) {
+    Schema schema;
+    for (size_t i = 0; i < 40; i++)
+        schema.components["/n" + std::to_string(i)].description = std::string(i * 1000, 'd');
+    const auto file = open(formatSchema(schema));
+    for (const auto &[path, entry] : schema.components)
+        EXPECT_EQ(file.find(path).value->description, entry.description) << path;
+    EXPECT_TRUE(file.find("/n3x").value->empty());
+}
+
 TEST_F(SchemaFileTest, FileThatSomebodyFormattedIsReadAllTheSame) {
     const auto file = open(
         "{ \"components\": { \"/a\": { \"units\": \"ms\" } },\n  \"format\": 1, \"source\": {\"file\": \"x\"} }\n");
