@@ -357,9 +357,6 @@ public:
             tavDBMEnumeration record = {0, TAVDB_TYPE_S32 << TAVDB_ENUMERATION_SHIFT, array, 4, 3};
             enum_new(session(), &record);
         });
-        list.emplace_back("default to current", [&tree, this] { comp_defaultToCurrent(session(), tree.nodes[0]); });
-        list.emplace_back("factory to default", [&tree, this] { comp_factoryToDefault(session(), tree.nodes[0]); });
-        list.emplace_back("current to default", [&tree, this] { comp_currentToDefault(session(), tree.nodes[0]); });
         for (const uint32_t leaf : tree.leaves) {
             list.emplace_back("set a value", [=, this] { tavDBMSetSint32(session(), leaf, 5); });
             list.emplace_back("delete a value",
@@ -368,6 +365,28 @@ public:
                 const int32_t numbers[] = {0, 2000000, 0};
                 tavDBMSetConstraintData(session(), leaf, numbers, sizeof numbers);
             });
+            list.emplace_back("give another range", [=, this] {
+                value_setConstraintKey(session(), leaf_getCurrentValueKey(session(), leaf), newRange());
+            });
+            list.emplace_back("give another value",
+                              [=, this] { tavDBMSetCurrentValueKey(session(), leaf, newNumber(9, newRange())); });
+            for (const uint32_t source : tree.leaves)
+                if (source != leaf)
+                    list.emplace_back("copy a value", [=, this] { tavDBMCopy(session(), source, leaf); });
+        }
+        return list;
+    }
+    /// What is done with any component, the root among them.
+    Operations componentOperations(const Tree &tree) {
+        Operations list;
+        auto all = tree.leaves;
+        all.insert(all.end(), tree.nodes.begin(), tree.nodes.end());
+        for (const uint32_t key : all) {
+            list.emplace_back("default to current", [=, this] { comp_defaultToCurrent(session(), key); });
+            list.emplace_back("factory to default", [=, this] { comp_factoryToDefault(session(), key); });
+            list.emplace_back("current to default", [=, this] { comp_currentToDefault(session(), key); });
+            list.emplace_back("give another name",
+                              [=, this] { tavDBMSetStringKey(session(), key, newName("another")); });
         }
         return list;
     }
@@ -409,6 +428,11 @@ TEST_F(PowerCutTrees, WhileComponentsAreRemoved) {
 
 TEST_F(PowerCutTrees, WhileValuesAreWritten) {
     runAll(&PowerCutTrees::valueOperations);
+    EXPECT_GT(images, 100U);
+}
+
+TEST_F(PowerCutTrees, WhileComponentsAreCopiedAndNamed) {
+    runAll(&PowerCutTrees::componentOperations);
     EXPECT_GT(images, 100U);
 }
 
