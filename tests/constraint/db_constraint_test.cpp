@@ -109,6 +109,14 @@ TEST_F(ConstraintTest, SetWrittenShortRecords60WithTheErrorWordAndReturnsTheClos
     EXPECT_EQ(mediumLines().back(), "close");
 }
 
+TEST_F(ConstraintTest, SetAtKeyZeroRecords60AndNeverReachesTheHeader) {
+    const tavDBMConstraint header = {0, 4};
+    observe();
+    EXPECT_EQ(constraint_set(&session, &header), 0);
+    EXPECT_TRUE(failedWith(60, EINVAL, errorLine("constraint_set", 114, {0, 8, 0xFFFFFFFF, EINVAL})));
+    EXPECT_TRUE(mediaUnchanged());
+}
+
 TEST_F(ConstraintTest, SetReturnsAFailingClosesResult) {
     const tavDBMConstraint header = {kKey, 4};
     faultPlan().add({.operation = Operation::mediaClose, .fault = returning(-5, EIO)});
