@@ -72,6 +72,13 @@ TEST_F(ConstraintTest, NewOnAFullMediumFailsWith62AndErrnoAsItStands) {
     EXPECT_EQ(key, 5U);
 }
 
+TEST_F(ConstraintTest, NewWithoutAKeyFailsWith89WithoutAnAccess) {
+    observe();
+    EXPECT_EQ(constraint_new(&session, nullptr), nullptr);
+    EXPECT_TRUE(failedWith(89, 0, errorLine("constraint_new", 107)));
+    EXPECT_THAT(mediumLines(), testing::IsEmpty());
+}
+
 TEST_F(ConstraintTest, NewAfterAFailedSplitFailsWith62) {
     faultPlan().add({.operation = Operation::mediaWrite, .skip = 1, .fault = returning(-1)});
     uint32_t key = 5;
