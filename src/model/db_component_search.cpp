@@ -64,10 +64,11 @@ Match match(tavDBMSession *session, uint32_t key, const char *path) {
         return endsWith(candidate);
     if (node.firstChild != 0)
         return {true, key, node.firstChild, rest};
+    // deliberate: a node without children matches whatever follows the slash behind its name
     return endsWith(candidate != 0 ? candidate : failBelow(session, key));
 }
 
-/// The first child that ends the search or leads it further down.
+/// The first child that ends the search or leads it further down. Deliberate: a later one that would fit is not tried.
 Match matchChildren(tavDBMSession *session, const Match &parent) {
     Match child = endsWith(0);
     const uint32_t stopped = walkSiblings(session, parent.children, kSite + 3, [&](uint32_t key) {

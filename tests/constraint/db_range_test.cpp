@@ -97,6 +97,13 @@ TEST_P(RangeTest, NewOnAFullMediumFailsWith62AndWritesNothing) {
     EXPECT_EQ(hexText(mine), hexText(record(1, 2, 3)));
 }
 
+TEST_P(RangeTest, NewWithoutARecordFailsWith89WithoutAnAccess) {
+    observe();
+    EXPECT_EQ(type().create(&session, nullptr), nullptr);
+    EXPECT_TRUE(failedWith(89, 0, site(kNewSite, kNoBufferStep, {})));
+    EXPECT_THAT(mediumLines(), testing::IsEmpty());
+}
+
 TEST_P(RangeTest, NewThatFindsNoSlotClosesTheMediumBeforeItTraces) {
     fakeMedia().setWordAt(kMedium, 12, 0);
     Bytes mine = record(1, 2, 3);

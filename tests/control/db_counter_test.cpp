@@ -49,5 +49,12 @@ TEST(Counter, AScopeMovesItByThreeAndShowsTwoWhileInside) {
     EXPECT_EQ(counter, 6U);
 }
 
+TEST(Counter, AScopeAtTheTopLeavesTwo) {
+    for (uint32_t counter : {0xFFFFFEFFu, 0xFFFFFFFFu}) {
+        { const CountedScope scope(counter); }
+        EXPECT_EQ(counter, 2U);
+    }
+}
+
 }  // namespace
 }  // namespace tavdb

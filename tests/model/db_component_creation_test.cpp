@@ -90,7 +90,7 @@ TEST_F(ComponentCreation, TheNextSiblingIsAdoptedByANodeBehindItsPrevious) {
     EXPECT_EQ(parentOf("child"), key("new"));
 }
 
-TEST_F(ComponentCreation, AdoptionTakesTheChildAsGivenWithoutLookingForItInTheChain) {
+TEST_F(ComponentCreation, AdoptionDeliberatelyTakesTheChildAsGivenWithoutLookingForItInTheChain) {
     build("a n(x y)");
     label(node_create(&session, kName, root, 0, key("x")), "new");
     EXPECT_EQ(node(key("new")).firstChild, key("x"));
@@ -98,11 +98,38 @@ TEST_F(ComponentCreation, AdoptionTakesTheChildAsGivenWithoutLookingForItInTheCh
     EXPECT_EQ(node(key("x")).component.next, 0U);
 }
 
-TEST_F(ComponentCreation, TwoChildrenMayBearOneName) {
+TEST_F(ComponentCreation, TwoChildrenMayDeliberatelyBearOneName) {
     const uint32_t first = createLeaf(root, 0);
     const uint32_t second = createLeaf(root, first);
     EXPECT_NE(second, 0U);
     EXPECT_EQ(leaf(first).component.name, leaf(second).component.name);
+}
+
+TEST_F(ComponentCreation, NeighboursKeepTheirReservedWords) {
+    build("child a other");
+    putReservedWords();
+    EXPECT_NE(createLeaf(root, key("a")), 0U);
+    EXPECT_NE(createLeaf(root, 0), 0U);
+    EXPECT_NE(node_create(&session, kName, root, key("a"), key("other")), 0U);
+    EXPECT_NE(node_create(&session, kName, root, 0, key("child")), 0U);
+    EXPECT_THAT(changedReservedWords(), IsEmpty());
+}
+
+TEST_F(ComponentCreation, AMediumFilledToItsEndKeepsEveryRecord) {
+    std::vector<uint32_t> keys;
+    for (uint32_t created = root; created != 0;) {
+        keys.push_back(created);
+        created = keys.size() % 2 != 0 ? createLeaf(root, 0) : 0;
+        created = created != 0 ? created : node_create(&session, kName, root, 0, 0);
+    }
+    ASSERT_GT(keys.size(), 400U);
+    const MediaImage before = fakeMedia().snapshotAll();
+    EXPECT_EQ(createLeaf(root, 0), 0U);
+    EXPECT_EQ(node_create(&session, kName, root, 0, 0), 0U);
+    EXPECT_THAT(fakeMedia().changesSince(before), IsEmpty());
+    EXPECT_EQ(comp_getChildCount(&session, root), keys.size() - 1);
+    for (const uint32_t at : keys)
+        EXPECT_EQ(node(at).component.key, at);
 }
 
 TEST_F(ComponentCreation, NodeAsFirstChildReadsAndWritesTheParentThenWritesItself) {
@@ -215,7 +242,7 @@ TEST_F(ComponentCreation, AnUnreadableNeighbourEndsTheLeafWithTheSessionsLastErr
     EXPECT_EQ(shape(), "");
 }
 
-TEST_F(ComponentCreation, AFailedWriteOfTheNewNodeItselfIsIgnored) {
+TEST_F(ComponentCreation, AFailedWriteOfTheNewNodeItselfIsDeliberatelyIgnored) {
     const uint32_t slot = nextSlot();
     faultPlan().add({.operation = Operation::mediaWrite, .subject = kComponents, .skip = 3});
     EXPECT_EQ(node_create(&session, kName, root, 0, 0), slot);
@@ -298,6 +325,16 @@ TEST_P(CreatorTest, AFullMediumGivesNothingAndChangesNoByte) {
     EXPECT_TRUE(oldErrorIsThere()) << "no code is stated for a full medium";
     EXPECT_TRUE(fakeTrace().errorsAre(ownLines(6, {0, kComponentMedia})));
     EXPECT_THAT(transfers(), ElementsAre("component read 4@12"));
+}
+
+TEST_P(CreatorTest, AMediumWhoseBlocksAreTooSmallGivesNothingAndChangesNoByte) {
+    const uint32_t size = GetParam().kind == TAVDB_KIND_NODE ? sizeof(tavDBMNode) : sizeof(tavDBMLeaf);
+    const uint32_t block = fakeMedia().wordAt(kComponents, 12);
+    fakeMedia().setWordAt(kComponents, block + offsetof(tavDBMFreeBlock, size), size - 1);
+    const MediaImage before = fakeMedia().snapshotAll();
+    EXPECT_FALSE(create());
+    EXPECT_THAT(fakeMedia().changesSince(before), IsEmpty());
+    EXPECT_TRUE(fakeTrace().errorsAre(ownLines(6, {0, kComponentMedia})));
 }
 
 TEST_P(CreatorTest, ASplitThatFailsGivesNothingAndWritesNoRecord) {

@@ -126,7 +126,7 @@ TEST_F(DeleteOne, AnUnreadableComponentIsTracedAndReleasesNothing) {
     EXPECT_THAT(fakeMedia().changesSince(before), IsEmpty());
 }
 
-TEST_F(DeleteOne, AParentThatCannotBeReadIsSkipped) {
+TEST_F(DeleteOne, AParentThatCannotBeReadIsDeliberatelySkipped) {
     build("x n(a) y");
     setWord("n", offsetof(tavDBMComponent, parent), kBeyond);
     const uint32_t before = freeBytes();
@@ -223,7 +223,7 @@ TEST_F(DeleteWithSub, OfEverythingLeavesOneFreeBlock) {
               std::to_string(behindRoot) + '+' + std::to_string(kRecordMediumSize - behindRoot));
 }
 
-TEST_F(DeleteWithSub, LeavesValuesAndNamesAllocated) {
+TEST_F(DeleteWithSub, DeliberatelyLeavesValuesAndNamesAllocated) {
     const LeafKeys keys = {.currentValue = putValue({1}), .defaultValue = putValue({2}), .factoryValue = putValue({3})};
     nameIt(putLeaf("leaf", putNode("n", root), keys), "name");
     const MediaImage before = fakeMedia().snapshotAll();
@@ -291,7 +291,7 @@ TEST_F(DeleteWithSub, ARecordThatCannotBeReadAgainIsUnlinkedButNotReleased) {
     EXPECT_EQ(freeBytes(), before);
 }
 
-TEST_F(DeleteWithSub, AChildThatFailsDoesNotStopTheOthers) {
+TEST_F(DeleteWithSub, AChildThatFailsDeliberatelyDoesNotStopTheOthers) {
     build("n(a b c)");
     spoilKind("b");
     const uint32_t before = freeBytes();
@@ -393,6 +393,15 @@ TEST_P(DeleterTest, WhateverFailsLeavesTheOtherRecordsAlone) {
         EXPECT_EQ(fakeMedia().bytesAt(kComponents, key("bystander"), 28 + 40), bystander);
         EXPECT_EQ(fakeMedia().bytesAt(kComponents, 0, 12), header);
     });
+}
+
+TEST_P(DeleterTest, LeavesTheReservedWordsOfAllThatItRewritesAsTheyAre) {
+    build("w n(a b) z");
+    putReservedWords();
+    ASSERT_EQ(GetParam().run(&session, key("n")), 0);
+    ASSERT_EQ(GetParam().run(&session, key("w")), 0) << "the first child";
+    for (const std::string &changed : changedReservedWords())
+        EXPECT_TRUE(changed == "n" || changed == "a" || changed == "b" || changed == "w") << changed;
 }
 
 TEST_P(DeleterTest, ADatabaseThatIsNotOpenIsCode83) {

@@ -128,7 +128,7 @@ TEST_F(LeafMove, AnUnreadableLeafIsTracedAndMovesNothing) {
     EXPECT_THAT(fakeMedia().changesSince(before), testing::IsEmpty());
 }
 
-TEST_F(LeafMove, AnOldParentThatCannotBeReadIsSkipped) {
+TEST_F(LeafMove, AnOldParentThatCannotBeReadIsDeliberatelySkipped) {
     build("m() a b");
     setParent("b", kBeyond);
     EXPECT_EQ(moveLeaf("b", "m"), 0);
@@ -136,7 +136,7 @@ TEST_F(LeafMove, AnOldParentThatCannotBeReadIsSkipped) {
     EXPECT_EQ(parentOf("b"), key("m"));
 }
 
-TEST_F(LeafMove, ANewSiblingThatCannotBeReadLeavesTheLeafOutOfEveryChain) {
+TEST_F(LeafMove, ANewSiblingThatCannotBeReadDeliberatelyLeavesTheLeafOutOfEveryChain) {
     build("n(a b c) m(x)");
     EXPECT_EQ(leaf_move(&session, key("b"), key("m"), kBeyond), 0) << "the write of the leaf succeeded";
     EXPECT_TRUE(recorded(55, 0));
@@ -159,7 +159,7 @@ TEST_F(LeafMove, GivesTheResultOfWritingTheLeaf) {
     EXPECT_EQ(parentOf("b"), key("n"));
 }
 
-TEST_F(LeafMove, IgnoresFailedWritesBeforeThat) {
+TEST_F(LeafMove, DeliberatelyIgnoresFailedWritesBeforeThat) {
     build("n(a b) m()");
     faultPlan().add({.operation = Operation::mediaWrite, .subject = kComponents, .times = 3});
     EXPECT_EQ(moveLeaf("b", "m"), 0);
@@ -228,7 +228,7 @@ TEST_F(SubTreeMove, TheRootHasNoParentToLeave) {
     EXPECT_EQ(node(root).component.parent, other);
 }
 
-TEST_F(SubTreeMove, NothingPreventsANodeBelowItself) {
+TEST_F(SubTreeMove, DeliberatelyNothingPreventsANodeBelowItself) {
     build("a(b())");
     EXPECT_EQ(moveSubTree("a", "b"), 0);
     EXPECT_EQ(shape(), "");
@@ -326,7 +326,7 @@ TEST_F(NodeMove, AnUnreadableNewParentDeliberatelyWritesTheNodeWithItsOldFirstCh
     EXPECT_EQ(node(key("n")).firstChild, key("a"));
 }
 
-TEST_F(NodeMove, AnOldParentThatCannotBeReadSkipsTheFirstPart) {
+TEST_F(NodeMove, AnOldParentThatCannotBeReadDeliberatelySkipsTheFirstPart) {
     build("p(n(a)) q()");
     setParent("n", kBeyond);
     EXPECT_EQ(moveNode("n", "q"), 0);
@@ -341,7 +341,7 @@ TEST_F(NodeMove, AChildThatCannotBeAdoptedIsStillTheFirstChild) {
     EXPECT_EQ(node(key("n")).firstChild, kBeyond);
 }
 
-TEST_F(NodeMove, APredecessorThatIsNotFoundLeavesTheChainAsItWas) {
+TEST_F(NodeMove, APredecessorThatIsNotFoundDeliberatelyLeavesTheChainAsItWas) {
     build("p(x) q(n(a)) r()");
     setParent("n", key("p"));
     EXPECT_EQ(moveNode("n", "r"), 0);
@@ -386,6 +386,14 @@ TEST_P(MoverTest, WhateverFailsLeavesTheOtherRecordsAlone) {
         EXPECT_EQ(fakeMedia().bytesAt(kComponents, key("bystander"), 28 + 40), bystander);
         EXPECT_EQ(fakeMedia().bytesAt(kComponents, 0, 16), header);
     });
+}
+
+TEST_P(MoverTest, LeavesTheReservedWordsOfAllThatItRewritesAsTheyAre) {
+    build("p(w leaf node(a b) z) q(s t)");
+    putReservedWords();
+    ASSERT_EQ(GetParam().move(&session, key(GetParam().what), key("q"), key("s")), 0);
+    ASSERT_EQ(GetParam().move(&session, key(GetParam().what), key("p"), 0), 0);
+    EXPECT_THAT(changedReservedWords(), testing::IsEmpty());
 }
 
 TEST_P(MoverTest, ADatabaseThatIsNotOpenIsCode83) {

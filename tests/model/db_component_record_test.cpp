@@ -241,6 +241,16 @@ TEST_P(RecordWriteTest, ACountOfMoreThanWasAskedForIsAFailedWrite) {
     EXPECT_TRUE(fakeTrace().errorsAre({errorAt(4, {at, size, kMinusOne, 0}), hintLine()}));
 }
 
+// A key of 0 is that of a damaged record or of a buffer that was never filled; the medium's header stands there.
+TEST_P(RecordWriteTest, ARecordWithKeyZeroIsCode54AndNeverReachesTheHeader) {
+    record.component.key = 0;
+    EXPECT_EQ(write(), 54);
+    EXPECT_TRUE(recorded(54, EINVAL));
+    EXPECT_TRUE(fakeTrace().errorsAre({errorAt(4, {0, size, kMinusOne, EINVAL}), hintLine()}));
+    EXPECT_THAT(eventLog().lines(Category::media), ElementsAre("open component.med", "close"));
+    EXPECT_TRUE(nothingChanged());
+}
+
 TEST_P(RecordWriteTest, ADatabaseThatIsNotOpenIsCode83WithoutAnAccess) {
     session.dbId = kNotOpenDb;
     EXPECT_EQ(write(), 83);

@@ -60,7 +60,7 @@ TEST_F(Search, NamesMayCarryTheirSeparatorInFront) {
     EXPECT_EQ(search(""), root);
 }
 
-TEST_F(Search, ANodeWithoutChildrenMatchesWhateverFollowsASlash) {
+TEST_F(Search, ANodeWithoutChildrenDeliberatelyMatchesWhateverFollowsASlash) {
     nameRoot("");
     buildNamed("/a() /b()");
     EXPECT_EQ(search("/a/"), key("/a"));
@@ -93,7 +93,7 @@ TEST_F(Search, AMismatchedSiblingIsPassedBy) {
     EXPECT_TRUE(recorded(100, key("b"))) << "what the last mismatch recorded stays";
 }
 
-TEST_F(Search, GivesUpAtTheFirstChildThatMatchedButLeadsNowhere) {
+TEST_F(Search, DeliberatelyGivesUpAtTheFirstChildThatMatchedButLeadsNowhere) {
     nameRoot("/");
     buildNamed("lan(x) lan2/(y)");
     EXPECT_EQ(search("/lan2/y"), 0U);

@@ -245,6 +245,14 @@ TEST_F(StringEntry, SetReturnsTheClosesResultAfterAShortWrite) {
     EXPECT_TRUE(recorded(0, 0)) << "the write itself was complete";
 }
 
+TEST_F(StringEntry, SetAtKeyZeroIsCode39AndNeverReachesTheHeader) {
+    remember();
+    entry = {.key = 0, .textMedia = 2, .textOffset = 3, .textLength = 4};
+    EXPECT_EQ(str_setEntry(&session, &entry), 0) << "the close's result";
+    EXPECT_TRUE(recorded(39, EINVAL));
+    EXPECT_TRUE(nothingChanged());
+}
+
 TEST_F(StringEntry, SetOnAMediumThatDoesNotOpenIsCode38) {
     remember();
     entry.key = 64;

@@ -166,6 +166,13 @@ TEST_F(ValueSet, AShortWriteIsCode45AndTracesTheHint) {
     EXPECT_TRUE(nothingChanged());
 }
 
+TEST_F(ValueSet, ARecordWithKeyZeroIsCode45AndNeverReachesTheHeader) {
+    record.key = 0;
+    EXPECT_EQ(value_set(&session, &record), 45);
+    EXPECT_TRUE(recorded(45, EINVAL));
+    EXPECT_TRUE(nothingChanged());
+}
+
 TEST_F(ValueSet, ReturnsTheCodeItRecordedWhenTheCloseFails) {
     record.key = at;
     planFailure(Operation::mediaClose);

@@ -174,6 +174,20 @@ void TreeFixture::setKeys(uint32_t leafKey, const LeafKeys &keys) {
     fakeMedia().setRecordAt(kComponents, leafKey + offsetof(tavDBMLeaf, currentValue), keys);
 }
 
+void TreeFixture::putReservedWords() {
+    for (const auto &[componentKey, name] : labels_)
+        fakeMedia().setWordAt(kComponents, componentKey + offsetof(tavDBMComponent, reserved), ~componentKey);
+}
+
+std::vector<std::string> TreeFixture::changedReservedWords() const {
+    std::vector<std::string> changed;
+    for (const auto &[componentKey, name] : labels_) {
+        if (node(componentKey).component.reserved != ~componentKey)
+            changed.push_back(name);
+    }
+    return changed;
+}
+
 uint32_t TreeFixture::key(const std::string &text) const {
     for (const auto &[componentKey, name] : labels_) {
         if (name == text)

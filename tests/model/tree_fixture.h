@@ -102,6 +102,8 @@ protected:
     void nameIt(uint32_t componentKey, const std::string &text);
     /// Overwrites the value keys and the hook of a leaf.
     void setKeys(uint32_t leafKey, const LeafKeys &keys);
+    /// Gives every labelled component a reserved word of its own.
+    void putReservedWords();
     /// @}
 
     uint32_t key(const std::string &label) const;
@@ -124,6 +126,8 @@ protected:
     uint32_t parentOf(const std::string &text) const {
         return node(key(text)).component.parent;
     }
+    /// The labels of the components that no longer have the reserved word that they were given.
+    std::vector<std::string> changedReservedWords() const;
     /// The free blocks of a medium in the order of its list: "44+28 100+16284".
     static std::string freeBlocks(const std::string &hint);
     /// hexText() of the bytes at an offset.

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Several processes change one tree at once: each its own branch under the
 // branch's lock, and all of them the free lists that they share under the root's.
-// Afterwards every branch holds exactly what its process put there.
+// Afterwards every branch holds exactly what its process put there. And two that
+// take turns: what one writes, the other reads with the session it has.
 #include <algorithm>
+#include <atomic>
 #include <random>
 #include <vector>
 
@@ -19,6 +21,7 @@ using tavdb::Session;
 constexpr uint32_t kBranches = 3;
 constexpr uint32_t kOperations = kSlow ? 2000 : 10000;
 constexpr uint32_t kOperationsAlone = 1000;
+constexpr uint32_t kTurns = kSlow ? 60 : 300;
 constexpr size_t kLeavesMost = 200;
 constexpr uint32_t kMediumBytes = 65536;
 constexpr int32_t kDataMedium = 4;
@@ -108,6 +111,54 @@ bool holds(Session &session, uint32_t node, const Branch &branch) {
     return std::equal(values.begin(), values.end(), branch.values, branch.values + branch.leaves);
 }
 
+/// What a writer tells a reader, turn by turn: everything that it has changed since.
+struct Turns {
+    std::atomic<uint32_t> written;
+    std::atomic<uint32_t> seen;
+    uint32_t leaf;
+    uint32_t value;
+    uint32_t name;
+    uint32_t children;
+
+    bool waitForWriter(uint32_t turn) const {
+        return eventually([&] { return written >= turn; });
+    }
+    bool waitForReader(uint32_t turn) const {
+        return eventually([&] { return seen >= turn; });
+    }
+};
+
+std::string nameOfTurn(uint32_t turn) {
+    return std::string(turn % 40, 'n') + std::to_string(turn);
+}
+
+/// Makes a new leaf with a new name and a new value, and writes the value once more. Every third turn deletes it again.
+bool writeTurn(Session &session, Turns &turns, uint32_t node, uint32_t turn) {
+    turns.name = tavDBMCreateString(session.record(), nameOfTurn(turn).c_str(), kDataMedium);
+    const uint32_t value = tavDBMCreateValue(session.record(), TAVDB_TYPE_U32, 0, nullptr, 4, kDataMedium);
+    turns.leaf = tavDBMCreateLeaf(session.record(), turns.name, node, 0, value, 0, 0, 0);
+    turns.value = 1000 + turn;
+    turns.children += 1;
+    if (turns.name == 0 || value == 0 || turns.leaf == 0 || !session.set(turns.leaf, turns.value))
+        return false;
+    if (turn % 3 != 0)
+        return true;
+    turns.children -= 1;
+    return tavDBMDeleteComponent(session.record(), turns.leaf) == 0;
+}
+
+/// Whether a reader sees the tree as the writer left it.
+bool readTurn(Session &session, const Turns &turns, uint32_t node, uint32_t turn) {
+    char name[64] = {};
+    const bool isNamed = tavdb_getString(session.record(), turns.name, name, sizeof name) != nullptr;
+    if (!isNamed || name != nameOfTurn(turn) || tavDBMGetChildCount(session.record(), node) != turns.children)
+        return false;
+    const bool isFirst = tavDBMGetFirstChild(session.record(), node) == turns.leaf;
+    if (turn % 3 == 0)
+        return !isFirst;
+    return isFirst && session.get<uint32_t>(turns.leaf).valueOr(0) == turns.value;
+}
+
 class SharedTree : public testing::TestWithParam<MediaKind> {
 protected:
     /// Works as one more process: attached and with a session.
@@ -169,6 +220,32 @@ TEST_P(SharedTree, HoldsWhatEveryProcessPutIntoItsBranch) {
     });
     EXPECT_EQ(reader.join(), 0);
     EXPECT_EQ(folder.faults(), "");
+}
+
+TEST_P(SharedTree, WhatOneProcessWritesAnotherReadsWithTheSessionThatItHas) {
+    const DatabaseFolder folder(kMediumBytes, GetParam());
+    makeBranches(folder);
+    const uint32_t node = common->nodes[0];
+    const Shared<Turns> turns;
+    Child reader = process(folder, [&](Session &session) {
+        bool good = tavDBMGetChildCount(session.record(), node) == 0;  // it has read before anything is written
+        turns->seen = 1;
+        for (uint32_t turn = 1; good && turn <= kTurns; turn++) {
+            good = turns->waitForWriter(turn) && readTurn(session, *turns, node, turn);
+            turns->seen = turn + 1;
+        }
+        return good;
+    });
+    Child writer = process(folder, [&](Session &session) {
+        bool good = true;
+        for (uint32_t turn = 1; good && turn <= kTurns; turn++) {
+            good = turns->waitForReader(turn) && writeTurn(session, *turns, node, turn);
+            turns->written = turn;
+        }
+        return good;
+    });
+    EXPECT_EQ(writer.join(), 0);
+    EXPECT_EQ(reader.join(), 0);
 }
 
 TEST_P(SharedTree, HasTheSameBytesOnEveryKindOfMedium) {
