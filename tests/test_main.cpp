@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // main() of every test program. Tests are meant to run in a process each. Under
-// emulation starting one costs more than most tests, so with --few-processes the
-// program forks some that run several tests each. A test that does not pass there,
-// perhaps because it met what another one left, runs again in a process of its own,
-// and only that counts.
+// emulation and sanitizers starting one costs more than most tests, so with
+// --few-processes the program forks some that run several tests each. A test that
+// does not pass there, perhaps because it met what another one left, runs again in a
+// process of its own, and only that counts; so do all tests of a process that ends
+// badly, as one does that has lost memory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -57,6 +58,12 @@ public:
     Verdict &operator[](size_t index) {
         return verdicts_[index];
     }
+    std::string all() const {
+        return {reinterpret_cast<const char *>(verdicts_), names_.size()};
+    }
+    void restore(const std::string &all) {
+        std::memcpy(verdicts_, all.data(), names_.size());
+    }
     size_t count(Verdict verdict) const {
         return static_cast<size_t>(std::count(verdicts_, verdicts_ + names_.size(), verdict));
     }
@@ -72,18 +79,26 @@ private:
     Verdict *verdicts_;
 };
 
-/// Signals are left alone: tests look at them.
-void waitFor(pid_t child) {
+/// Signals are left alone: tests look at them. @return whether the process ended with status 0
+bool waitFor(pid_t child) {
     const time_t end = time(nullptr) + kTimeoutSeconds;
-    while (waitpid(child, nullptr, WNOHANG) == 0) {
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0) {
         if (time(nullptr) > end)
             kill(child, SIGKILL);
         usleep(1000);
     }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// Runs the tests that `choose` asks for in a process of their own. @return what they printed
-std::string runForked(const std::function<void()> &choose) {
+/// How a process ended, and what it printed.
+struct Ended {
+    bool isGood;
+    std::string output;
+};
+
+/// Runs the tests that `choose` asks for in a process of their own.
+Ended runForked(const std::function<void()> &choose) {
     FILE *const output = std::tmpfile();
     std::fflush(nullptr);
     const pid_t child = fork();
@@ -93,37 +108,44 @@ std::string runForked(const std::function<void()> &choose) {
         choose();
         std::exit(RUN_ALL_TESTS());
     }
-    waitFor(child);
+    const bool isGood = waitFor(child);
     std::rewind(output);
     std::string text;
     for (int c = std::fgetc(output); c != EOF; c = std::fgetc(output))
         text += static_cast<char>(c);
     std::fclose(output);
-    return text;
+    return {isGood, text};
 }
 
-void runTogether(size_t testCount) {
-    const size_t processes = (testCount + kTestsPerProcess - 1) / kTestsPerProcess;
-    for (size_t i = 0; i < processes; ++i)
-        runForked([&] {
+void runTogether(Board &board) {
+    const size_t processes = (board.names().size() + kTestsPerProcess - 1) / kTestsPerProcess;
+    for (size_t i = 0; i < processes; ++i) {
+        const std::string before = board.all();
+        const Ended ended = runForked([&] {
             setenv("GTEST_TOTAL_SHARDS", std::to_string(processes).c_str(), 1);
             setenv("GTEST_SHARD_INDEX", std::to_string(i).c_str(), 1);
         });
+        if (!ended.isGood)
+            board.restore(before);
+    }
 }
 
 void runApart(Board &board, size_t index) {
     const std::string &name = board.names()[index];
     board[index] = Verdict::failed;  // unless its process lives to say otherwise
-    const std::string output = runForked([&] { GTEST_FLAG_SET(filter, name); });
+    const Ended ended = runForked([&] { GTEST_FLAG_SET(filter, name); });
+    if (!ended.isGood)
+        board[index] = Verdict::failed;
     if (board[index] != Verdict::passed)
-        std::printf("%s %s\n%s", board[index] == Verdict::skipped ? "SKIPPED" : "FAILED", name.c_str(), output.c_str());
+        std::printf("%s %s\n%s", board[index] == Verdict::skipped ? "SKIPPED" : "FAILED", name.c_str(),
+                    ended.output.c_str());
 }
 
 int runInFewProcesses() {
     auto *const listener = new Board;  // the framework deletes it
     Board &board = *listener;
     testing::UnitTest::GetInstance()->listeners().Append(listener);
-    runTogether(board.names().size());
+    runTogether(board);
     for (size_t i = 0; i < board.names().size(); ++i)
         if (board[i] != Verdict::passed)
             runApart(board, i);

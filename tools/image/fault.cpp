@@ -136,7 +136,9 @@ Fault faultOfCode(uint32_t code, uint32_t detail) {
         return platformFault(code);
     const auto row = std::find_if(kCodes.begin(), kCodes.end(), [&](const auto &each) { return each.code == code; });
     Fault fault{FaultKind::failed, std::string(sentenceOf(code)), code, detail};
-    if (fault.sentence.empty())
+    if (static_cast<int32_t>(code) < 0)  // no code of the library's: what the medium's close function gave
+        fault = {FaultKind::medium, "a medium could not be closed", code, 0};
+    else if (fault.sentence.empty())
         fault.sentence = "the library reports code " + std::to_string(code);
     if (row == kCodes.end())
         return fault;

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "image/library_call.h"
 #include "image/stored_constraint.h"
 #include "image/value_bytes.h"
 
@@ -101,15 +102,6 @@ Status fillLeaf(Database &database, StoredLeaf &stored, const SchemaEntry &entry
     return std::nullopt;
 }
 
-/// Runs a value function, whose failures show in its result or only in the session.
-template <typename Function, typename... Arguments>
-Status call(Database &database, Function function, Arguments... arguments) {
-    const int32_t code = function(database.cleared(), arguments...);
-    if (code != 0)
-        return faultOfCode(static_cast<uint32_t>(code), database.session()->errorDetail);
-    return database.lastFault();
-}
-
 }  // namespace
 
 std::string_view tierName(Tier tier) {
@@ -140,7 +132,7 @@ Result<Value> readTier(Database &database, const StoredLeaf &stored, Tier tier) 
         return Result<Value>::bad({FaultKind::notFound, "has no " + std::string(tierName(tier)) + " value", 0, 0});
     std::string bytes(static_cast<size_t>(record.length), '\0');
     int32_t length = record.length;
-    if (auto fault = call(database, rowOf(tier).read, stored.key, static_cast<void *>(bytes.data()), &length))
+    if (auto fault = callLibrary(database, rowOf(tier).read, stored.key, static_cast<void *>(bytes.data()), &length))
         return Result<Value>::bad(std::move(*fault));
     if (length != record.length)
         return Result<Value>::bad(damaged("its data end behind " + std::to_string(length) + " of " +
@@ -159,7 +151,7 @@ Status writeTier(Database &database, const StoredLeaf &stored, Tier tier, const 
     auto bytes = encodeValue(stored.leaf.type, static_cast<uint32_t>(record.length), value);
     if (bytes.size() != static_cast<size_t>(record.length))
         return damaged("its " + std::string(tierName(tier)) + " value has another length than the leaf's type");
-    return call(database, rowOf(tier).write, stored.key, static_cast<const void *>(bytes.data()), record.length);
+    return callLibrary(database, rowOf(tier).write, stored.key, static_cast<const void *>(bytes.data()), record.length);
 }
 
 std::string typeNameOf(const StoredLeaf &stored) {

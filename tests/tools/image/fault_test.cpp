@@ -19,6 +19,8 @@ TEST(Fault, EveryCodeHasASentence) {
     TAVDB_ERROR_LIST(TAVDB_CHECK)
 #undef TAVDB_CHECK
     EXPECT_EQ(faultOfCode(98765, 0).sentence, "the library reports code 98765");
+    EXPECT_EQ(faultOfCode(UINT32_MAX, 0).sentence, "a medium could not be closed");
+    EXPECT_EQ(faultOfCode(UINT32_MAX, 0).kind, FaultKind::medium);
 }
 
 TEST(Fault, KindFollowsTheCode) {
