@@ -40,7 +40,7 @@ void write(const fs::path &folder, const Page &page, const std::string &date) {
 
 void writeAll(const fs::path &documents, const fs::path &folder, const std::string &date) {
     const command::CommandLine line;
-    const auto declarations = command::declarationsOf(line.app);
+    const auto &declarations = line.declarations();
     for (const auto &page : commandPages(declarations, read(documents / "COMMAND.md")))
         write(folder, page, date);
     for (const auto &format : formats())

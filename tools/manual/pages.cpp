@@ -108,7 +108,7 @@ std::string declaredText(const Argument &argument) {
     for (const auto &value : argument.values)
         values += (values.empty() ? " One of `" : ", `") + value + "`";
     text += values.empty() ? "" : values + ".";
-    return text + (argument.standard.empty() ? "" : " `" + argument.standard + "` unless stated.");
+    return text + (argument.rules.standard.empty() ? "" : " `" + argument.rules.standard + "` unless stated.");
 }
 
 /// What the table of options says about one of them, in a paragraph for each row; else what was declared.

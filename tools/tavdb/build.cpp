@@ -20,6 +20,8 @@ struct BuildArguments {
     std::string directory;
     image::ReadOptions reading;
     image::BuildOptions building;
+    OrderOption order;
+    uint32_t media = 0;  ///< a MediaKind
     bool report = false;
 };
 
@@ -77,46 +79,38 @@ private:
 
 }  // namespace
 
-void addBuild(CLI::App &app, Action &action) {
+void addBuild(Declarations &place) {
     auto arguments = std::make_shared<BuildArguments>();
-    auto *command = app.add_subcommand("build", "Build a database directory from a description");
+    auto &command = place.add("build", "Build a database directory from a description");
     auto &building = arguments->building;
     auto &reading = arguments->reading;
     building.interrupted = isEnding;
-    command->add_option("FILE", arguments->file, "the description, YAML or XML")->required();
-    command->add_option("-o,--output", arguments->directory, "the directory to make")->required()->type_name("DIR");
-    const std::map<std::string, image::MediaKind> kinds = {
-        {"memory", image::MediaKind::memory}, {"file", image::MediaKind::file}, {"message", image::MediaKind::message}};
-    command
-        ->add_option("--media", building.media,
-                     "how the images are used: memory (mapped), file, or message (of serve-media)")
-        ->transform(CLI::CheckedTransformer(kinds))
-        ->type_name("KIND");
-    addByteOrder(*command, building.order);
-    command->add_option("--slack", building.slackPercent, "free space for records, in percent of what is used")
-        ->check(CLI::Range(0U, kSlackPercentMax))
-        ->type_name("PERCENT")
-        ->capture_default_str();
-    command->add_option("--instances", reading.instances, "nodes for each {i} of a data model")
-        ->check(CLI::Range(1U, 1000000U))
-        ->type_name("N")
-        ->capture_default_str();
-    command->add_option("--text-size", reading.textSizeBytes, "bytes of texts whose length a data model does not state")
-        ->check(CLI::Range(1U, image::kLengthBytesMax - 1))
-        ->type_name("N")
-        ->capture_default_str();
-    command->add_option("--text-size-max", reading.textSizeBytesMax, "cut longer texts of a data model to this")
-        ->check(CLI::Range(1U, image::kLengthBytesMax - 1))
-        ->type_name("N")
-        ->capture_default_str();
-    command->add_flag("--report", arguments->report, "print what the database cannot hold of the description");
-    command->add_option("--header", building.headerFile, "also write a C header with keys and labels")
-        ->type_name("FILE");
-    command->add_option("--hooks", building.hookFile, "copy this hook file into the directory")->type_name("FILE");
-    command->add_flag("--replace", building.replace, "replace a database directory that is there");
-    command->callback([arguments, &action] {
-        action = [arguments](const Common &, Console &console) { Builder(*arguments, console).run(); };
-    });
+    command.add("FILE", &arguments->file, "the description, YAML or XML", {.isRequired = true});
+    command.add("-o,--output DIR", &arguments->directory, "the directory to make", {.isRequired = true});
+    const auto number = [](image::MediaKind kind) { return static_cast<uint32_t>(kind); };
+    command.add("--media KIND", &arguments->media,
+                "how the images are used: memory (mapped), file, or message (of serve-media)",
+                {.numbers = {{"memory", number(image::MediaKind::memory)},
+                             {"file", number(image::MediaKind::file)},
+                             {"message", number(image::MediaKind::message)}}});
+    arguments->order.add(command);
+    command.add("--slack PERCENT", &building.slackPercent, "free space for records, in percent of what is used",
+                {.range = {{0, kSlackPercentMax}}, .standard = std::to_string(building.slackPercent)});
+    command.add("--instances N", &reading.instances, "nodes for each {i} of a data model",
+                {.range = {{1, 1000000}}, .standard = std::to_string(reading.instances)});
+    command.add("--text-size N", &reading.textSizeBytes, "bytes of texts whose length a data model does not state",
+                {.range = {{1, image::kLengthBytesMax - 1}}, .standard = std::to_string(reading.textSizeBytes)});
+    command.add("--text-size-max N", &reading.textSizeBytesMax, "cut longer texts of a data model to this",
+                {.range = {{1, image::kLengthBytesMax - 1}}, .standard = std::to_string(reading.textSizeBytesMax)});
+    command.add("--report", &arguments->report, "print what the database cannot hold of the description");
+    command.add("--header FILE", &building.headerFile, "also write a C header with keys and labels");
+    command.add("--hooks FILE", &building.hookFile, "copy this hook file into the directory");
+    command.add("--replace", &building.replace, "replace a database directory that is there");
+    command.action = [arguments](const Common &, Console &console) {
+        arguments->building.media = static_cast<image::MediaKind>(arguments->media);
+        arguments->building.order = arguments->order.wanted();
+        Builder(*arguments, console).run();
+    };
 }
 
 }  // namespace tavdb::command

@@ -131,23 +131,19 @@ void repair(const CheckOptions &options, const Common &common, Console &console)
 
 }  // namespace
 
-void addCheck(CLI::App &app, Action &action) {
+void addCheck(Declarations &place) {
     auto options = std::make_shared<CheckOptions>();
-    auto *command = app.add_subcommand("check", "Look for damage in a database, without changing it");
-    command->add_option("DIR", options->directory, "the database directory; else -d or TAVDB_DIR names it");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { check(*options, common, console); };
-    });
+    auto &command = place.add("check", "Look for damage in a database, without changing it");
+    command.add("DIR", &options->directory, "the database directory; else -d or TAVDB_DIR names it");
+    command.action = [options](const Common &common, Console &console) { check(*options, common, console); };
 }
 
-void addRepair(CLI::App &app, Action &action) {
+void addRepair(Declarations &place) {
     auto options = std::make_shared<CheckOptions>();
-    auto *command = app.add_subcommand("repair", "Put a damaged database right, keeping the damaged one");
-    command->add_option("DIR", options->directory, "the database directory; else -d or TAVDB_DIR names it");
-    command->add_flag("-n,--dry-run", options->dryRun, "only say what would be done");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { repair(*options, common, console); };
-    });
+    auto &command = place.add("repair", "Put a damaged database right, keeping the damaged one");
+    command.add("DIR", &options->directory, "the database directory; else -d or TAVDB_DIR names it");
+    command.add("-n,--dry-run", &options->dryRun, "only say what would be done");
+    command.action = [options](const Common &common, Console &console) { repair(*options, common, console); };
 }
 
 }  // namespace tavdb::command

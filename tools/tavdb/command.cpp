@@ -50,23 +50,19 @@ image::Result<image::StoredLeaf> openLeaf(OpenedDatabase &opened, const image::S
     return image::readLeaf(*opened.database, component, *entry.value);
 }
 
-void addByteOrder(CLI::App &command, image::ByteOrder &order) {
-    const auto take = [&order](const std::string &name) {
-        order = name == "big"      ? image::ByteOrder::big
-                : name == "little" ? image::ByteOrder::little
-                                   : image::nativeOrder();
-    };
-    command
-        .add_option_function<std::string>("--byte-order", take,
-                                          "how numbers are stored: big or little end first, or as on this machine")
-        ->check(CLI::IsMember({"big", "little", "native"}))
-        ->type_name("ORDER");
+image::ByteOrder OrderOption::wanted() const {
+    return name == "big" ? image::ByteOrder::big : name == "little" ? image::ByteOrder::little : image::nativeOrder();
 }
 
-void TierFlags::add(CLI::App &command, bool withFactory) {
-    auto *first = command.add_flag("--default", standard, "the default value instead of the current one");
+void OrderOption::add(Command &command) {
+    command.add("--byte-order ORDER", &name, "how numbers are stored: big or little end first, or as on this machine",
+                {.values = {"big", "little", "native"}});
+}
+
+void TierFlags::add(Command &command, bool withFactory) {
+    command.add("--default", &standard, "the default value instead of the current one");
     if (withFactory)
-        command.add_flag("--factory", factory, "the factory value instead of the current one")->excludes(first);
+        command.add("--factory", &factory, "the factory value instead of the current one", {.excludes = {"--default"}});
 }
 
 }  // namespace tavdb::command

@@ -3,13 +3,12 @@
 // the way to the database they work on, and how a command is added.
 #pragma once
 
-#include <CLI/App.hpp>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "console.h"
+#include "declarations.h"
 #include "ending_signals.h"
 #include "image/database.h"
 #include "image/leaf_access.h"
@@ -23,36 +22,38 @@ struct Common {
     bool noHooks = false;
 };
 
-/// What a command does once its arguments are read.
-using Action = std::function<void(const Common &, Console &)>;
-
-/// Each adds one command to the parser; the one that was called sets the action.
-void addBuild(CLI::App &app, Action &action);
-void addConvert(CLI::App &app, Action &action);
-void addGet(CLI::App &app, Action &action);
-void addSet(CLI::App &app, Action &action);
-void addList(CLI::App &app, Action &action);
-void addTree(CLI::App &app, Action &action);
-void addDescribe(CLI::App &app, Action &action);
-void addInfo(CLI::App &app, Action &action);
-void addFind(CLI::App &app, Action &action);
-void addReset(CLI::App &app, Action &action);
-void addSave(CLI::App &app, Action &action);
-void addMove(CLI::App &app, Action &action);
-void addRemove(CLI::App &app, Action &action);
-void addLock(CLI::App &app, Action &action);
-void addUnlock(CLI::App &app, Action &action);
-void addLocks(CLI::App &app, Action &action);
-void addSessions(CLI::App &app, Action &action);
-void addServeMedia(CLI::App &app, Action &action);
-void addCheck(CLI::App &app, Action &action);
-void addRepair(CLI::App &app, Action &action);
-void addDump(CLI::App &app, Action &action);
-void addDebug(CLI::App &app, Action &action);
-void addCompletion(CLI::App &app, Action &action);
+/// Each declares one command.
+void addBuild(Declarations &place);
+void addConvert(Declarations &place);
+void addGet(Declarations &place);
+void addSet(Declarations &place);
+void addList(Declarations &place);
+void addTree(Declarations &place);
+void addDescribe(Declarations &place);
+void addInfo(Declarations &place);
+void addFind(Declarations &place);
+void addReset(Declarations &place);
+void addSave(Declarations &place);
+void addMove(Declarations &place);
+void addRemove(Declarations &place);
+void addLock(Declarations &place);
+void addUnlock(Declarations &place);
+void addLocks(Declarations &place);
+void addSessions(Declarations &place);
+void addServeMedia(Declarations &place);
+void addCheck(Declarations &place);
+void addRepair(Declarations &place);
+void addDump(Declarations &place);
+void addDebug(Declarations &place);
+void addCompletion(Declarations &place);
 
 /// The option --byte-order of commands that make a database directory.
-void addByteOrder(CLI::App &command, image::ByteOrder &order);
+struct OrderOption {
+    std::string name;
+
+    image::ByteOrder wanted() const;
+    void add(Command &command);
+};
 
 /// A database that a command has opened, and closes at its end.
 struct OpenedDatabase {
@@ -80,7 +81,7 @@ struct TierFlags {
     image::Tier tier() const {
         return factory ? image::Tier::factory : standard ? image::Tier::standard : image::Tier::current;
     }
-    void add(CLI::App &command, bool withFactory);
+    void add(Command &command, bool withFactory);
 };
 
 }  // namespace tavdb::command

@@ -1,77 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line.h"
 
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <string_view>
 
 namespace tavdb::command {
 
 namespace {
 
-constexpr const char *kAbout =
-    "Builds, reads and writes configuration databases.\n"
-    "Exit codes: 0 done, 1 failed, 2 usage, 3 not found, 4 value refused, 5 locked or timed out,\n"
-    "6 permission, 7 medium or I/O, 8 damaged, 9 another format or byte order, 10 refused by a hook";
-
-const CLI::App *findCommand(const CLI::App &app, const std::string &name) {
-    for (const auto *command : app.get_subcommands([](const CLI::App *) { return true; }))
-        if (command->get_name() == name)
-            return command;
-    return nullptr;
-}
-
-/// The parser's own way would show the command that was called, which is "help".
-std::string helpOf(const CLI::App &app, const std::string &name) {
-    return app.get_formatter()->make_help(&app, name, CLI::AppFormatMode::Normal);
-}
-
-void addHelp(CLI::App &app, Action &action) {
-    auto name = std::make_shared<std::string>();
-    auto *command = app.add_subcommand("help", "Print how to use tavdb or one of its commands");
-    command->add_option("COMMAND", *name, "the command");
-    command->callback([name, &app, &action] {
-        action = [name, &app](const Common &, Console &console) {
-            const auto *found = name->empty() ? &app : findCommand(app, *name);
-            if (found == nullptr)
-                console.report("help", {image::FaultKind::usage, "there is no command " + *name, 0, 0});
-            else
-                console.print(helpOf(*found, found == &app ? app.get_name() : app.get_name() + " " + *name));
-        };
-    });
-}
-
-struct Command {
+struct Entry {
     std::string_view name;
-    void (*add)(CLI::App &app, Action &action);
+    void (*add)(Declarations &place);
 };
 constexpr std::array kCommands = {
-    Command{"build", addBuild},
-    Command{"convert", addConvert},
-    Command{"get", addGet},
-    Command{"set", addSet},
-    Command{"list", addList},
-    Command{"tree", addTree},
-    Command{"describe", addDescribe},
-    Command{"info", addInfo},
-    Command{"find", addFind},
-    Command{"reset", addReset},
-    Command{"save", addSave},
-    Command{"mv", addMove},
-    Command{"rm", addRemove},
-    Command{"lock", addLock},
-    Command{"unlock", addUnlock},
-    Command{"locks", addLocks},
-    Command{"sessions", addSessions},
-    Command{"serve-media", addServeMedia},
-    Command{"check", addCheck},
-    Command{"repair", addRepair},
-    Command{"dump", addDump},
-    Command{"debug", addDebug},
-    Command{"completion", addCompletion},
-    Command{"help", addHelp},
+    Entry{"build", addBuild},
+    Entry{"convert", addConvert},
+    Entry{"get", addGet},
+    Entry{"set", addSet},
+    Entry{"list", addList},
+    Entry{"tree", addTree},
+    Entry{"describe", addDescribe},
+    Entry{"info", addInfo},
+    Entry{"find", addFind},
+    Entry{"reset", addReset},
+    Entry{"save", addSave},
+    Entry{"mv", addMove},
+    Entry{"rm", addRemove},
+    Entry{"lock", addLock},
+    Entry{"unlock", addUnlock},
+    Entry{"locks", addLocks},
+    Entry{"sessions", addSessions},
+    Entry{"serve-media", addServeMedia},
+    Entry{"check", addCheck},
+    Entry{"repair", addRepair},
+    Entry{"dump", addDump},
+    Entry{"debug", addDebug},
+    Entry{"completion", addCompletion},
 };
 
 bool occurs(std::string_view word, std::span<const char *const> arguments) {
@@ -84,35 +50,58 @@ bool needsAll(std::span<const char *const> arguments) {
     const auto occursHere = [&](std::string_view word) { return occurs(word, arguments); };
     constexpr std::array kShowAll = {"help", "--help", "-h", "completion"};
     return std::any_of(kShowAll.begin(), kShowAll.end(), occursHere) ||
-           std::none_of(kCommands.begin(), kCommands.end(),
-                        [&](const Command &command) { return occursHere(command.name); });
+           std::none_of(kCommands.begin(), kCommands.end(), [&](const Entry &entry) { return occursHere(entry.name); });
+}
+
+image::Fault usage(std::string sentence) {
+    return {image::FaultKind::usage, std::move(sentence), 0, 0};
 }
 
 }  // namespace
 
-CommandLine::CommandLine(std::span<const char *const> arguments) : app(kAbout) {
-    app.name("tavdb");
-    app.option_defaults()->always_capture_default(false);
-    addCommonOptions(app);
-    app.set_version_flag("--version", "tavdb " TAVDB_VERSION, "Print the version and exit");
-    app.require_subcommand(0, 1);
+CommandLine::CommandLine(std::span<const char *const> arguments)
+    : declared{"tavdb", "Builds, reads and writes configuration databases.",
+               "Exit codes: 0 done, 1 failed, 2 usage, 3 not found, 4 value refused, 5 locked or timed out,\n"
+               "6 permission, 7 medium or I/O, 8 damaged, 9 another format or byte order, 10 refused by a hook"} {
+    declared.common = {
+        {"-h,--help", {}, "Print this help message and exit"},
+        {"-d,--directory DIR", &common.directory, "the database directory; else TAVDB_DIR names it"},
+        {"--json", &common.json, "print JSON"},
+        {"--no-hooks", &common.noHooks, "read and write without the database's hooks"},
+    };
+    declared.options = {{"--version", "tavdb " TAVDB_VERSION, "Print the version and exit"}};
     const bool all = needsAll(arguments);
-    for (const Command &command : kCommands)
-        if (all || occurs(command.name, arguments))
-            command.add(app, action);
-    // A command that takes whatever follows would hand its own arguments on.
-    for (auto *command : app.get_subcommands({}))
-        if (command->get_prefix_command())
-            addCommonOptions(*command);
-        else
-            command->fallthrough();
+    for (const Entry &entry : kCommands)
+        if (all || occurs(entry.name, arguments))
+            entry.add(declared);
+    if (all)
+        addHelp();
+    parser.emplace(declared);
 }
 
-void CommandLine::addCommonOptions(CLI::App &place) {
-    place.add_option("-d,--directory", common.directory, "the database directory; else TAVDB_DIR names it")
-        ->type_name("DIR");
-    place.add_flag("--json", common.json, "print JSON");
-    place.add_flag("--no-hooks", common.noHooks, "read and write without the database's hooks");
+void CommandLine::addHelp() {
+    auto name = std::make_shared<std::string>();
+    auto &command = declared.add("help", "Print how to use tavdb or one of its commands");
+    command.add("COMMAND", name.get(), "the command");
+    command.action = [name, this](const Common &, Console &console) {
+        if (const auto help = parser->helpOf(*name))
+            console.print(*help);
+        else
+            console.report("help", usage("there is no command " + *name));
+    };
+}
+
+void CommandLine::run(std::span<const char *const> arguments, Console &console) {
+    const auto [command, text, mistake] = parser->parse(arguments);
+    const char *const directory = getenv("TAVDB_DIR");
+    if (common.directory.empty() && directory != nullptr)
+        common.directory = directory;
+    if (!text.empty())
+        console.print(text);
+    else if (command != nullptr)
+        command->action(common, console);
+    else
+        console.report("", usage((mistake.empty() ? "a command is expected" : mistake) + " (see 'tavdb help')"));
 }
 
 }  // namespace tavdb::command

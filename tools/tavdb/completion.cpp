@@ -56,17 +56,15 @@ std::vector<std::string> optionsFirstNames(const Declarations &declarations) {
     return names;
 }
 
-void addCompletion(CLI::App &app, Action &action) {
+void addCompletion(Declarations &place) {
     auto name = std::make_shared<std::string>();
-    auto *command = app.add_subcommand("completion", "Print a script that completes command lines in a shell");
-    command->add_option("SHELL", *name, "the shell")->required()->check(CLI::IsMember(shellNames()));
-    command->callback([name, &app, &action] {
-        action = [name, &app](const Common &, Console &console) {
-            for (const auto &shell : kShells)
-                if (*name == shell.name)
-                    console.print(shell.script(declarationsOf(app)));
-        };
-    });
+    auto &command = place.add("completion", "Print a script that completes command lines in a shell");
+    command.add("SHELL", name.get(), "the shell", {.isRequired = true, .values = shellNames()});
+    command.action = [name, &place](const Common &, Console &console) {
+        for (const auto &shell : kShells)
+            if (*name == shell.name)
+                console.print(shell.script(place));
+    };
 }
 
 }  // namespace tavdb::command

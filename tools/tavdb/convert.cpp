@@ -15,7 +15,7 @@ namespace {
 struct ConvertArguments {
     std::string source;
     std::string directory;
-    image::ByteOrder order = image::nativeOrder();
+    OrderOption order;
     bool replace = false;
 };
 
@@ -27,7 +27,8 @@ void convert(const ConvertArguments &arguments, Console &console) {
         return;
     }
     const auto before = copy.value->order();
-    const auto remarks = copy.value->convert(arguments.order);
+    const auto order = arguments.order.wanted();
+    const auto remarks = copy.value->convert(order);
     const auto written = copy.value->write(arguments.directory, arguments.replace, isEnding);
     if (!written) {
         console.report(arguments.directory, written.error);
@@ -38,24 +39,22 @@ void convert(const ConvertArguments &arguments, Console &console) {
     for (const auto &name : copy.value->leftOut())
         console.remark(arguments.source, image::quote(name) + " is no part of a database and was not copied");
     const auto counts = copy.value->counts();
-    console.remark(arguments.directory, std::string(before == arguments.order ? "copied " : "converted ") +
+    console.remark(arguments.directory, std::string(before == order ? "copied " : "converted ") +
                                             std::to_string(counts.nodes) + " nodes, " + std::to_string(counts.leaves) +
                                             " leaves, " + std::to_string(copy.value->imageBytes()) + " bytes, " +
-                                            image::nameOf(arguments.order));
+                                            image::nameOf(order));
 }
 
 }  // namespace
 
-void addConvert(CLI::App &app, Action &action) {
+void addConvert(Declarations &place) {
     auto arguments = std::make_shared<ConvertArguments>();
-    auto *command = app.add_subcommand("convert", "Copy a database directory into another byte order");
-    command->add_option("DIR", arguments->source, "the database directory to copy")->required();
-    command->add_option("-o,--output", arguments->directory, "the directory to make")->required()->type_name("DIR");
-    addByteOrder(*command, arguments->order);
-    command->add_flag("--replace", arguments->replace, "replace a database directory that is there");
-    command->callback([arguments, &action] {
-        action = [arguments](const Common &, Console &console) { convert(*arguments, console); };
-    });
+    auto &command = place.add("convert", "Copy a database directory into another byte order");
+    command.add("DIR", &arguments->source, "the database directory to copy", {.isRequired = true});
+    command.add("-o,--output DIR", &arguments->directory, "the directory to make", {.isRequired = true});
+    arguments->order.add(command);
+    command.add("--replace", &arguments->replace, "replace a database directory that is there");
+    command.action = [arguments](const Common &, Console &console) { convert(*arguments, console); };
 }
 
 }  // namespace tavdb::command

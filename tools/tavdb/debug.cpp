@@ -68,16 +68,12 @@ void debug(int32_t level, const Common &common, Console &console) {
 
 }  // namespace
 
-void addDebug(CLI::App &app, Action &action) {
+void addDebug(Declarations &place) {
     auto level = std::make_shared<int32_t>(99);
-    auto *command = app.add_subcommand("debug", "Print the library's diagnostic dump of this process");
-    command->add_option("--level", *level, "99: statics and addresses; 5: sizes as well; 98: nothing")
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("N")
-        ->capture_default_str();
-    command->callback([level, &action] {
-        action = [level](const Common &common, Console &console) { debug(*level, common, console); };
-    });
+    auto &command = place.add("debug", "Print the library's diagnostic dump of this process");
+    command.add("--level N", level.get(), "99: statics and addresses; 5: sizes as well; 98: nothing",
+                {.isNotNegative = true, .standard = std::to_string(*level)});
+    command.action = [level](const Common &common, Console &console) { debug(*level, common, console); };
 }
 
 }  // namespace tavdb::command

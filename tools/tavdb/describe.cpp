@@ -183,14 +183,12 @@ private:
 
 }  // namespace
 
-void addDescribe(CLI::App &app, Action &action) {
+void addDescribe(Declarations &place) {
     auto options = std::make_shared<DescribeOptions>();
-    auto *command = app.add_subcommand("describe", "Print everything about one component");
-    command->add_option("PATH", options->path, "the component")->required();
-    command->add_flag("--secrets", options->secrets, "show secret values");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { Describer(*options, common, console).run(); };
-    });
+    auto &command = place.add("describe", "Print everything about one component");
+    command.add("PATH", &options->path, "the component", {.isRequired = true});
+    command.add("--secrets", &options->secrets, "show secret values");
+    command.action = [options](const Common &common, Console &console) { Describer(*options, common, console).run(); };
 }
 
 }  // namespace tavdb::command

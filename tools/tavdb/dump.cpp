@@ -239,18 +239,14 @@ void dump(const DumpOptions &options, const Common &common, Console &console) {
 
 }  // namespace
 
-void addDump(CLI::App &app, Action &action) {
+void addDump(Declarations &place) {
     auto options = std::make_shared<DumpOptions>();
-    auto *command = app.add_subcommand("dump", "Print the records of a component or of a medium, byte by byte");
-    auto *path = command->add_option("PATH", options->path, "the component; without it the root");
-    command->add_option("--media", options->medium, "a whole medium: component, value, constraint, string, data, text")
-        ->check(CLI::IsMember({"component", "value", "constraint", "string", "data", "text"}))
-        ->type_name("MEDIUM")
-        ->excludes(path);
-    command->add_flag("--secrets", options->secrets, "show secret values");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { dump(*options, common, console); };
-    });
+    auto &command = place.add("dump", "Print the records of a component or of a medium, byte by byte");
+    command.add("PATH", &options->path, "the component; without it the root");
+    command.add("--media MEDIUM", &options->medium, "a whole medium: component, value, constraint, string, data, text",
+                {.values = {"component", "value", "constraint", "string", "data", "text"}, .excludes = {"PATH"}});
+    command.add("--secrets", &options->secrets, "show secret values");
+    command.action = [options](const Common &common, Console &console) { dump(*options, common, console); };
 }
 
 }  // namespace tavdb::command

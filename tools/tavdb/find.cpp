@@ -118,15 +118,15 @@ bool isType(const std::string &type) {
            image::findType(std::string_view(type)) != nullptr;
 }
 
-/// Says which types there are, as the checks of the parser do.
-CLI::Validator typeCheck() {
-    std::string names = "{node,leaf";
+std::vector<std::string> typeNames() {
+    std::vector<std::string> names = {"node", "leaf"};
     for (const auto &type : image::allTypes())
-        names += "," + std::string(type.name);
-    const auto check = [](const std::string &type) {
-        return isType(type) ? std::string() : "there is no type " + image::quote(type);
-    };
-    return CLI::Validator(check, names + "}");
+        names.emplace_back(type.name);
+    return names;
+}
+
+std::string typeComplaint(const std::string &type) {
+    return isType(type) ? std::string() : "there is no type " + image::quote(type);
 }
 
 void find(const FindOptions &options, const Common &common, Console &console) {
@@ -138,22 +138,19 @@ void find(const FindOptions &options, const Common &common, Console &console) {
 
 }  // namespace
 
-void addFind(CLI::App &app, Action &action) {
+void addFind(Declarations &place) {
     auto options = std::make_shared<FindOptions>();
-    auto *command = app.add_subcommand("find", "Print the paths that match a pattern");
-    command->footer(
+    auto &command = place.add("find", "Print the paths that match a pattern");
+    command.footer =
         "In a pattern, * ? and [...] match within a name and ** matches any number of levels.\n"
-        "A pattern without / is for the last name; one that ends in / is for nodes.");
-    command->add_option("PATTERN", options->pattern, "the pattern")->required();
-    command->add_option("PATH", options->path, "where to start; without it the root");
-    command->add_option("--type", options->type, "node, leaf or the type of a leaf")
-        ->check(typeCheck())
-        ->type_name("TYPE");
-    command->add_option("--value", options->value, "leaves whose current value prints like this")->type_name("TEXT");
-    command->add_flag("--secrets", options->secrets, "let secrets match --value");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { find(*options, common, console); };
-    });
+        "A pattern without / is for the last name; one that ends in / is for nodes.";
+    command.add("PATTERN", &options->pattern, "the pattern", {.isRequired = true});
+    command.add("PATH", &options->path, "where to start; without it the root");
+    command.add("--type TYPE", &options->type, "node, leaf or the type of a leaf",
+                {.values = typeNames(), .complaint = typeComplaint});
+    command.add("--value TEXT", &options->value, "leaves whose current value prints like this");
+    command.add("--secrets", &options->secrets, "let secrets match --value");
+    command.action = [options](const Common &common, Console &console) { find(*options, common, console); };
 }
 
 }  // namespace tavdb::command

@@ -84,16 +84,14 @@ private:
 
 }  // namespace
 
-void addGet(CLI::App &app, Action &action) {
+void addGet(Declarations &place) {
     auto options = std::make_shared<GetOptions>();
-    auto *command = app.add_subcommand("get", "Print the values of leaves");
-    command->add_option("PATH", options->paths, "the leaves; several print PATH='VALUE' lines")->required();
-    options->tier.add(*command, true);
-    command->add_flag("--raw", options->raw, "numbers instead of the labels of enumerations");
-    command->add_flag("--secrets", options->secrets, "show secret values");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { Getter(*options, common, console).run(); };
-    });
+    auto &command = place.add("get", "Print the values of leaves");
+    command.add("PATH", &options->paths, "the leaves; several print PATH='VALUE' lines", {.isRequired = true});
+    options->tier.add(command, true);
+    command.add("--raw", &options->raw, "numbers instead of the labels of enumerations");
+    command.add("--secrets", &options->secrets, "show secret values");
+    command.action = [options](const Common &common, Console &console) { Getter(*options, common, console).run(); };
 }
 
 }  // namespace tavdb::command

@@ -202,10 +202,9 @@ private:
 
 }  // namespace
 
-void addInfo(CLI::App &app, Action &action) {
-    auto *command = app.add_subcommand("info", "Print what the database is, how full it is and who uses it");
-    command->callback(
-        [&action] { action = [](const Common &common, Console &console) { Informer(common, console).run(); }; });
+void addInfo(Declarations &place) {
+    auto &command = place.add("info", "Print what the database is, how full it is and who uses it");
+    command.action = [](const Common &common, Console &console) { Informer(common, console).run(); };
 }
 
 }  // namespace tavdb::command

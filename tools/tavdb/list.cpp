@@ -125,15 +125,13 @@ private:
 
 }  // namespace
 
-void addList(CLI::App &app, Action &action) {
+void addList(Declarations &place) {
     auto options = std::make_shared<ListOptions>();
-    auto *command = app.add_subcommand("list", "List the children of a node");
-    command->add_option("PATH", options->path, "the node; without it the root");
-    command->add_flag("-l,--long", options->isLong, "with type, constraint and current value");
-    command->add_flag("--secrets", options->secrets, "show secret values");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { Lister(*options, common, console).run(); };
-    });
+    auto &command = place.add("list", "List the children of a node");
+    command.add("PATH", &options->path, "the node; without it the root");
+    command.add("-l,--long", &options->isLong, "with type, constraint and current value");
+    command.add("--secrets", &options->secrets, "show secret values");
+    command.action = [options](const Common &common, Console &console) { Lister(*options, common, console).run(); };
 }
 
 }  // namespace tavdb::command

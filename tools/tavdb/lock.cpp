@@ -13,7 +13,7 @@ namespace {
 struct LockCommandOptions {
     std::string path;
     bool shared = false;
-    uint32_t timeoutMs = 5000;
+    TimeoutOption timeout;
     std::vector<std::string> program;
 };
 
@@ -31,7 +31,7 @@ std::optional<int> runLocked(const LockCommandOptions &options, const Common &co
     const auto located = opened ? locate(*opened, options.path, console) : std::nullopt;
     if (!located)
         return std::nullopt;
-    const ProgramLock lock(*opened, located->component.key, options.shared, options.timeoutMs);
+    const ProgramLock lock(*opened, located->component.key, options.shared, options.timeout.ms());
     if (lock.fault()) {
         console.report(located->path, *lock.fault());
         return std::nullopt;
@@ -59,32 +59,28 @@ void unlock(const std::string &path, const Common &common, Console &console) {
 
 }  // namespace
 
-void addLock(CLI::App &app, Action &action) {
+void addLock(Declarations &place) {
     auto options = std::make_shared<LockCommandOptions>();
-    auto *command = app.add_subcommand("lock", "Run a program while a component is locked");
-    command->footer("tavdb lock PATH -- PROGRAM [ARGUMENT ...]\nThe exit code is the program's.");
-    command->add_option("PATH", options->path, "the component")->required();
-    command->add_flag("--shared", options->shared, "a lock that others can share");
-    addTimeout(*command, options->timeoutMs);
-    command->add_option("PROGRAM", options->program, "the program and its arguments, behind --")->required();
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) {
-            const auto exitCode = runLocked(*options, common, console);
-            // It need not be one of the codes that this command ends with otherwise.
-            if (exitCode)
-                std::exit(*exitCode);
-        };
-    });
+    auto &command = place.add("lock", "Run a program while a component is locked");
+    command.footer = "tavdb lock PATH -- PROGRAM [ARGUMENT ...]\nThe exit code is the program's.";
+    command.add("PATH", &options->path, "the component", {.isRequired = true});
+    command.add("--shared", &options->shared, "a lock that others can share");
+    options->timeout.add(command);
+    command.add("PROGRAM", &options->program, "the program and its arguments, behind --", {.isRequired = true});
+    command.action = [options](const Common &common, Console &console) {
+        const auto exitCode = runLocked(*options, common, console);
+        // It need not be one of the codes that this command ends with otherwise.
+        if (exitCode)
+            std::exit(*exitCode);
+    };
 }
 
-void addUnlock(CLI::App &app, Action &action) {
+void addUnlock(Declarations &place) {
     auto path = std::make_shared<std::string>();
-    auto *command = app.add_subcommand("unlock", "Release a lock of a component, whoever holds it");
-    command->footer("For a lock whose holder is gone: a holder that is still there is not told.");
-    command->add_option("PATH", *path, "the component")->required();
-    command->callback([path, &action] {
-        action = [path](const Common &common, Console &console) { unlock(*path, common, console); };
-    });
+    auto &command = place.add("unlock", "Release a lock of a component, whoever holds it");
+    command.footer = "For a lock whose holder is gone: a holder that is still there is not told.";
+    command.add("PATH", path.get(), "the component", {.isRequired = true});
+    command.action = [path](const Common &common, Console &console) { unlock(*path, common, console); };
 }
 
 }  // namespace tavdb::command

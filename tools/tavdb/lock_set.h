@@ -3,25 +3,30 @@
 // every command with locks has.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <memory>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "component_lock.h"
+#include "declarations.h"
 
 namespace tavdb::command {
 
 /// --timeout, in seconds and parts of them
-void addTimeout(CLI::App &command, uint32_t &timeoutMs);
+struct TimeoutOption {
+    double seconds = 5;
+
+    uint32_t ms() const;
+    void add(Command &command);
+};
 
 struct LockOptions {
-    uint32_t timeoutMs = 5000;
+    TimeoutOption timeout;
     bool noLock = false;
 
     /// --timeout and --no-lock
-    void add(CLI::App &command);
+    void add(Command &command);
 };
 
 /// Exclusive locks, given back in reverse order: each of them keeps signals waiting

@@ -263,22 +263,18 @@ void move(const MoveOptions &options, const Common &common, Console &console) {
 
 }  // namespace
 
-void addMove(CLI::App &app, Action &action) {
+void addMove(Declarations &place) {
     auto options = std::make_shared<MoveOptions>();
-    auto *command = app.add_subcommand("mv", "Move a component with everything below it");
-    command->add_option("PATH", options->path, "the component")->required();
-    command->add_option("NEWPARENT", options->parent, "the node to move it to, which may be its own")->required();
-    auto *after =
-        command->add_option("--after", options->after, "the child of NEWPARENT to stand behind")->type_name("SIBLING");
-    auto *first = command->add_flag("--first", options->first, "in front of the other children")->excludes(after);
-    command->add_flag("--last", options->last, "behind the other children; this is what happens anyway")
-        ->excludes(after)
-        ->excludes(first);
-    command->add_option("--name", options->name, "another name for it")->type_name("NEWNAME");
-    options->locks.add(*command);
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { move(*options, common, console); };
-    });
+    auto &command = place.add("mv", "Move a component with everything below it");
+    command.add("PATH", &options->path, "the component", {.isRequired = true});
+    command.add("NEWPARENT", &options->parent, "the node to move it to, which may be its own", {.isRequired = true});
+    command.add("--after SIBLING", &options->after, "the child of NEWPARENT to stand behind");
+    command.add("--first", &options->first, "in front of the other children", {.excludes = {"--after"}});
+    command.add("--last", &options->last, "behind the other children; this is what happens anyway",
+                {.excludes = {"--after", "--first"}});
+    command.add("--name NEWNAME", &options->name, "another name for it");
+    options->locks.add(command);
+    command.action = [options](const Common &common, Console &console) { move(*options, common, console); };
 }
 
 }  // namespace tavdb::command

@@ -202,15 +202,13 @@ void remove(const RemoveOptions &options, const Common &common, Console &console
 
 }  // namespace
 
-void addRemove(CLI::App &app, Action &action) {
+void addRemove(Declarations &place) {
     auto options = std::make_shared<RemoveOptions>();
-    auto *command = app.add_subcommand("rm", "Remove a component");
-    command->add_option("PATH", options->path, "the component")->required();
-    command->add_flag("-r,--recursive", options->recursive, "with everything below it");
-    options->locks.add(*command);
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { remove(*options, common, console); };
-    });
+    auto &command = place.add("rm", "Remove a component");
+    command.add("PATH", &options->path, "the component", {.isRequired = true});
+    command.add("-r,--recursive", &options->recursive, "with everything below it");
+    options->locks.add(command);
+    command.action = [options](const Common &common, Console &console) { remove(*options, common, console); };
 }
 
 }  // namespace tavdb::command

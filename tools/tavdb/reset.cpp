@@ -81,42 +81,35 @@ private:
     Console &console;
 };
 
-CLI::App *addCopy(CLI::App &app, const std::string &name, const std::string &about,
-                  const std::shared_ptr<CopyOptions> &options) {
-    auto *command = app.add_subcommand(name, about);
-    command->add_option("PATH", options->path, "the leaf, or with -r a node")->required();
-    command->add_flag("-r,--recursive", options->recursive, "all leaves below a node");
-    options->locks.add(*command);
+Command &addCopy(Declarations &place, const std::string &name, const std::string &about,
+                 const std::shared_ptr<CopyOptions> &options) {
+    auto &command = place.add(name, about);
+    command.add("PATH", &options->path, "the leaf, or with -r a node", {.isRequired = true});
+    command.add("-r,--recursive", &options->recursive, "all leaves below a node");
+    options->locks.add(command);
     return command;
 }
 
 }  // namespace
 
-void addReset(CLI::App &app, Action &action) {
+void addReset(Declarations &place) {
     auto options = std::make_shared<CopyOptions>();
-    auto *command = addCopy(app, "reset", "Set current values back to the default or the factory ones", options);
-    command
-        ->add_option("--to", options->source,
-                     "default: current from default; factory: default and current from factory")
-        ->check(CLI::IsMember({"default", "factory"}))
-        ->type_name("TIER")
-        ->capture_default_str();
-    command->callback([options, &action] {
+    auto &command = addCopy(place, "reset", "Set current values back to the default or the factory ones", options);
+    command.add("--to TIER", &options->source,
+                "default: current from default; factory: default and current from factory",
+                {.values = {"default", "factory"}, .standard = options->source});
+    command.action = [options](const Common &common, Console &console) {
         const auto copy = options->source == "factory" ? resetToFactory : resetToDefault;
-        action = [options, copy](const Common &common, Console &console) {
-            Copier(*options, copy, common, console).run();
-        };
-    });
+        Copier(*options, copy, common, console).run();
+    };
 }
 
-void addSave(CLI::App &app, Action &action) {
+void addSave(Declarations &place) {
     auto options = std::make_shared<CopyOptions>();
-    auto *command = addCopy(app, "save", "Make the current values the default ones", options);
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) {
-            Copier(*options, saveAsDefault, common, console).run();
-        };
-    });
+    auto &command = addCopy(place, "save", "Make the current values the default ones", options);
+    command.action = [options](const Common &common, Console &console) {
+        Copier(*options, saveAsDefault, common, console).run();
+    };
 }
 
 }  // namespace tavdb::command

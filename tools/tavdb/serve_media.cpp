@@ -74,20 +74,16 @@ void serve(const ServeOptions &options, Console &console) {
 
 }  // namespace
 
-void addServeMedia(CLI::App &app, Action &action) {
+void addServeMedia(Declarations &place) {
     auto options = std::make_shared<ServeOptions>();
-    auto *command = app.add_subcommand("serve-media", "Own a database's images for processes without rights to them");
-    command->footer("Runs until a signal ends it. Root and the server's own user are always let in.");
-    command->add_option("DIR", options->directory, "the directory, built with --media message")->required();
-    command->add_option("--allow-user", options->users, "let this user in too; can be given several times")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    command->add_option("--allow-group", options->groups, "let members of this group in too")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    command->add_flag("--read-only", options->readOnly, "refuse writes");
-    command->callback(
-        [options, &action] { action = [options](const Common &, Console &console) { serve(*options, console); }; });
+    auto &command = place.add("serve-media", "Own a database's images for processes without rights to them");
+    command.footer = "Runs until a signal ends it. Root and the server's own user are always let in.";
+    command.add("DIR", &options->directory, "the directory, built with --media message", {.isRequired = true});
+    command.add("--allow-user NAME", &options->users, "let this user in too; can be given several times",
+                {.takesOneEach = true});
+    command.add("--allow-group NAME", &options->groups, "let members of this group in too", {.takesOneEach = true});
+    command.add("--read-only", &options->readOnly, "refuse writes");
+    command.action = [options](const Common &, Console &console) { serve(*options, console); };
 }
 
 }  // namespace tavdb::command

@@ -18,8 +18,9 @@ namespace {
 constexpr size_t kInputBytesMax = size_t{64} * 1024 * 1024;
 
 struct SetOptions {
+    std::vector<std::string> arguments;
     TierFlags tier;
-    uint32_t timeoutMs = 5000;
+    TimeoutOption timeout;
     bool noLock = false;
 };
 
@@ -53,8 +54,8 @@ public:
     Setter(const SetOptions &given, const Common &shared, Console &place)
         : options(given), common(shared), console(place) {}
 
-    void run(const std::vector<std::string> &arguments) {
-        const auto orders = understand(arguments);
+    void run() {
+        const auto orders = understand(options.arguments);
         if (!orders)
             return;
         auto opened = openDatabase(common, console);
@@ -122,7 +123,7 @@ private:
         const auto tier = options.tier.tier();
         if (options.noLock)
             return writeTier(*opened.database, *stored.value, tier, *value.value);
-        const ComponentLock lock(*opened.database, stored.value->key, options.timeoutMs);
+        const ComponentLock lock(*opened.database, stored.value->key, options.timeout.ms());
         return lock.fault() ? lock.fault() : writeTier(*opened.database, *stored.value, tier, *value.value);
     }
 
@@ -131,37 +132,23 @@ private:
     Console &console;
 };
 
-/// Arguments behind the first one belong to the paths and values, whatever they look like.
-std::optional<std::string> unknownOption(const std::vector<std::string> &arguments) {
-    const bool isOption = !arguments.empty() && arguments[0].size() > 1 && arguments[0].starts_with('-');
-    return isOption ? std::optional(arguments[0]) : std::nullopt;
-}
-
 }  // namespace
 
-void addSet(CLI::App &app, Action &action) {
+void addSet(Declarations &place) {
     auto options = std::make_shared<SetOptions>();
-    auto *command = app.add_subcommand("set", "Write the values of leaves");
-    command->footer(
+    auto &command = place.add("set", "Write the values of leaves");
+    command.footer =
         "tavdb set [OPTIONS] PATH VALUE      write one value\n"
         "tavdb set [OPTIONS] PATH=VALUE ...  write several\n"
         "tavdb set [OPTIONS] -               the same from lines of standard input\n"
-        "Options stand in front of the paths.");
+        "Options stand in front of the paths.";
     // A value may begin with "-", so nothing behind the first path is an option.
-    command->prefix_command();
-    options->tier.add(*command, false);
-    addTimeout(*command, options->timeoutMs);
-    command->add_flag("--no-lock", options->noLock, "write although the component is locked");
-    command->callback([options, command, &action] {
-        auto arguments = command->remaining();
-        if (const auto unknown = unknownOption(arguments); unknown && *unknown != "--")
-            throw CLI::ExtrasError({*unknown});
-        if (!arguments.empty() && arguments[0] == "--")
-            arguments.erase(arguments.begin());
-        action = [options, arguments](const Common &common, Console &console) {
-            Setter(*options, common, console).run(arguments);
-        };
-    });
+    command.optionsStandFirst = true;
+    command.add("PATH", &options->arguments, "a leaf; its value stands behind it, or behind a =");
+    options->tier.add(command, false);
+    options->timeout.add(command);
+    command.add("--no-lock", &options->noLock, "write although the component is locked");
+    command.action = [options](const Common &common, Console &console) { Setter(*options, common, console).run(); };
 }
 
 }  // namespace tavdb::command

@@ -130,17 +130,17 @@ private:
 
 }  // namespace
 
-void addTree(CLI::App &app, Action &action) {
+void addTree(Declarations &place) {
     auto options = std::make_shared<TreeOptions>();
-    auto *command = app.add_subcommand("tree", "Print a component and everything below it with values");
-    command->add_option("PATH", options->path, "where to start; without it the root");
-    command->add_option("--depth", options->depth, "levels to go down at most")->type_name("N");
-    command->add_flag("--paths", options->paths, "PATH='VALUE' lines, as 'set -' reads them");
-    options->tier.add(*command, true);
-    command->add_flag("--secrets", options->secrets, "show secret values");
-    command->callback([options, &action] {
-        action = [options](const Common &common, Console &console) { TreePrinter(*options, common, console).run(); };
-    });
+    auto &command = place.add("tree", "Print a component and everything below it with values");
+    command.add("PATH", &options->path, "where to start; without it the root");
+    command.add("--depth N", &options->depth, "levels to go down at most");
+    command.add("--paths", &options->paths, "PATH='VALUE' lines, as 'set -' reads them");
+    options->tier.add(command, true);
+    command.add("--secrets", &options->secrets, "show secret values");
+    command.action = [options](const Common &common, Console &console) {
+        TreePrinter(*options, common, console).run();
+    };
 }
 
 }  // namespace tavdb::command

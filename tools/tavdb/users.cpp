@@ -118,16 +118,14 @@ void listLocks(const Common &common, Console &console) {
 
 }  // namespace
 
-void addLocks(CLI::App &app, Action &action) {
-    auto *command = app.add_subcommand("locks", "List the locks that are held");
-    command->callback(
-        [&action] { action = [](const Common &common, Console &console) { listLocks(common, console); }; });
+void addLocks(Declarations &place) {
+    auto &command = place.add("locks", "List the locks that are held");
+    command.action = [](const Common &common, Console &console) { listLocks(common, console); };
 }
 
-void addSessions(CLI::App &app, Action &action) {
-    auto *command = app.add_subcommand("sessions", "List the sessions that are open");
-    command->callback(
-        [&action] { action = [](const Common &common, Console &console) { listSessions(common, console); }; });
+void addSessions(Declarations &place) {
+    auto &command = place.add("sessions", "List the sessions that are open");
+    command.action = [](const Common &common, Console &console) { listSessions(common, console); };
 }
 
 }  // namespace tavdb::command
