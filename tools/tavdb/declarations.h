@@ -23,7 +23,7 @@ struct Common;
 using Action = std::function<void(const Common &, Console &)>;
 
 /// Where the parser puts what was given; a bool is that of a flag. A text is printed
-/// instead of any work; nothing stands for the help, which the parser has by itself.
+/// instead of any work; nothing stands for the help, which the parser prints by itself.
 using Target = std::variant<std::monostate, const char *, bool *, std::string *, std::optional<std::string> *,
                             std::vector<std::string> *, uint32_t *, int32_t *, double *>;
 

@@ -17,7 +17,7 @@ struct Adder {
     const std::string about;
 
     CLI::Option *operator()(std::monostate) const {
-        return place.get_help_ptr();
+        return place.get_help_ptr()->description(about);
     }
     CLI::Option *operator()(const char *text) const {
         return place.set_version_flag(names, text, about);
