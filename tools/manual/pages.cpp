@@ -105,7 +105,7 @@ std::string headOf(const Argument &argument, bool isOperand) {
 std::string declaredText(const Argument &argument) {
     auto text = sentence(escaped(argument.about));
     std::string values;
-    for (const auto &value : argument.values)
+    for (const auto &value : argument.rules.values)
         values += (values.empty() ? " One of `" : ", `") + value + "`";
     text += values.empty() ? "" : values + ".";
     return text + (argument.rules.standard.empty() ? "" : " `" + argument.rules.standard + "` unless stated.");
@@ -120,7 +120,8 @@ std::string textOf(const Argument &option, const std::vector<Row> &rows) {
         if (std::find(option.names.begin(), option.names.end(), words.substr(0, end)) == option.names.end())
             continue;
         const auto value = end == std::string::npos ? "" : words.substr(end + 1);
-        const bool isValue = std::find(option.values.begin(), option.values.end(), value) != option.values.end();
+        const bool isValue =
+            std::find(option.rules.values.begin(), option.rules.values.end(), value) != option.rules.values.end();
         text += (text.empty() ? "" : "\n\n    ") + (isValue ? "`" + value + "`: " : "") + row[1];
     }
     return text.empty() ? declaredText(option) : text;

@@ -21,7 +21,7 @@ struct BuildArguments {
     image::ReadOptions reading;
     image::BuildOptions building;
     OrderOption order;
-    uint32_t media = 0;  ///< a MediaKind
+    std::string media = "memory";
     bool report = false;
 };
 
@@ -77,6 +77,11 @@ private:
     Console &console;
 };
 
+image::MediaKind mediaKindOf(const std::string &name) {
+    using image::MediaKind;
+    return name == "file" ? MediaKind::file : name == "message" ? MediaKind::message : MediaKind::memory;
+}
+
 }  // namespace
 
 void addBuild(Declarations &place) {
@@ -87,12 +92,9 @@ void addBuild(Declarations &place) {
     building.interrupted = isEnding;
     command.add("FILE", &arguments->file, "the description, YAML or XML", {.isRequired = true});
     command.add("-o,--output DIR", &arguments->directory, "the directory to make", {.isRequired = true});
-    const auto number = [](image::MediaKind kind) { return static_cast<uint32_t>(kind); };
     command.add("--media KIND", &arguments->media,
                 "how the images are used: memory (mapped), file, or message (of serve-media)",
-                {.numbers = {{"memory", number(image::MediaKind::memory)},
-                             {"file", number(image::MediaKind::file)},
-                             {"message", number(image::MediaKind::message)}}});
+                {.values = {"memory", "file", "message"}});
     arguments->order.add(command);
     command.add("--slack PERCENT", &building.slackPercent, "free space for records, in percent of what is used",
                 {.range = {{0, kSlackPercentMax}}, .standard = std::to_string(building.slackPercent)});
@@ -107,7 +109,7 @@ void addBuild(Declarations &place) {
     command.add("--hooks FILE", &building.hookFile, "copy this hook file into the directory");
     command.add("--replace", &building.replace, "replace a database directory that is there");
     command.action = [arguments](const Common &, Console &console) {
-        arguments->building.media = static_cast<image::MediaKind>(arguments->media);
+        arguments->building.media = mediaKindOf(arguments->media);
         arguments->building.order = arguments->order.wanted();
         Builder(*arguments, console).run();
     };

@@ -159,7 +159,7 @@ std::string kindText(const Argument &argument, const Declarations &declarations)
         case WordKind::command:
             return "listed " + joinWords(commandNames(declarations));
         case WordKind::listed:
-            return "listed " + joinWords(argument.values);
+            return "listed " + joinWords(argument.rules.values);
         case WordKind::other:
             break;
     }

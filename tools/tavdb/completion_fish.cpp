@@ -89,7 +89,7 @@ std::string words(const Argument &argument, const Declarations &declarations) {
         case WordKind::command:
             return " -x -a '" + joinWords(commandNames(declarations)) + "'";
         case WordKind::listed:
-            return " -x -a '" + joinWords(argument.values) + "'";
+            return " -x -a '" + joinWords(argument.rules.values) + "'";
         case WordKind::other:
             break;
     }

@@ -106,7 +106,7 @@ std::string action(const Argument &argument, const Declarations &declarations) {
         case WordKind::command:
             return "_" + declarations.name + "_commands";
         case WordKind::listed:
-            return "(" + joinWords(argument.values) + ")";
+            return "(" + joinWords(argument.rules.values) + ")";
         case WordKind::other:
             break;
     }

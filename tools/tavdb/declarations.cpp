@@ -22,17 +22,10 @@ WordKind kindOf(const std::string &placeholder) {
     return WordKind::other;
 }
 
-std::vector<std::string> shownValues(const Rules &rules) {
-    auto values = rules.values;
-    for (const auto &[name, number] : rules.numbers)
-        values.push_back(name);
-    return values;
-}
-
 }  // namespace
 
 Argument::Argument(const std::string &head, Target place, std::string description, Rules given)
-    : about(std::move(description)), target(place), rules(std::move(given)), values(shownValues(rules)) {
+    : about(std::move(description)), target(place), rules(std::move(given)) {
     std::istringstream words(head);
     std::string list;
     words >> list >> placeholder;
@@ -41,7 +34,7 @@ Argument::Argument(const std::string &head, Target place, std::string descriptio
         names.push_back(name);
     if (!list.starts_with('-'))
         placeholder = list;
-    kind = values.empty() ? kindOf(placeholder) : WordKind::listed;
+    kind = rules.values.empty() ? kindOf(placeholder) : WordKind::listed;
     isRepeated = std::holds_alternative<std::vector<std::string> *>(target);
 }
 

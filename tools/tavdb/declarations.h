@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -34,7 +33,6 @@ struct Rules {
     bool isNotNegative = false;
     std::optional<std::pair<double, double>> range = {};             ///< least and most
     std::vector<std::string> values = {};                            ///< all that are admitted
-    std::map<std::string, uint32_t> numbers = {};                    ///< names that are admitted for numbers
     std::function<std::string(const std::string &)> complaint = {};  ///< about a value; it may admit more than `values`
     std::vector<std::string> excludes = {};  ///< what was declared before and cannot be given together with it
     std::string standard = {};               ///< what is taken when it is not given, to be shown
@@ -53,7 +51,6 @@ struct Argument {
     std::string about;
     Target target;
     Rules rules;
-    std::vector<std::string> values;  ///< all that are shown as admitted, when kind is listed
     WordKind kind = WordKind::other;
     bool isRepeated = false;
 

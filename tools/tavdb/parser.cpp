@@ -37,8 +37,6 @@ void limit(CLI::Option &option, const Argument &argument) {
         option.check(CLI::Validator(rules.complaint, "{" + CLI::detail::join(rules.values) + "}"));
     else if (!rules.values.empty())
         option.check(CLI::IsMember(rules.values));
-    if (!rules.numbers.empty())
-        option.transform(CLI::CheckedTransformer(rules.numbers));
     if (rules.isNotNegative)
         option.check(CLI::NonNegativeNumber);
     if (!rules.range)
