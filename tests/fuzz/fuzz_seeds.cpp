@@ -56,6 +56,7 @@ constexpr const char *kMediaConf =
     "tavdbMemSync1 a.med\n"
     "libtavdbfile.so tavdbFileOpenRom tavdbFileClose tavdbFileRead tavdbFileWrite "
     "tavdbFileSeek tavdbFileSync3 b.med # comment\n"
+    "libtavdb.so.1 tavdbFileOpenHD tavdbFileClose tavdbFileRead tavdbFileWrite tavdbFileSeek tavdbFileSync1 c.med\n"
     "plugin.so a b c d e f hint\n\n";
 
 const std::vector<std::string> kImages = {"component.med", "value.med", "constraint.med",
