@@ -84,17 +84,22 @@ void overwrite(std::string &content, uint32_t offset, const Bytes &bytes) {
                 content.begin() + static_cast<std::ptrdiff_t>(from));
 }
 
+/// A word among the records becomes another place among the records: what links are made of, in three bytes.
+void link(std::string &content, ByteOrder order, Input &input) {
+    const uint32_t offset = input.word<uint8_t>() * uint32_t{sizeof(uint32_t)};
+    overwrite(content, offset, input.word<uint8_t>() * uint32_t{sizeof(uint32_t)}, order);
+}
+
 void edit(std::string &content, uint32_t how, ByteOrder order, Input &input) {
+    if (how % 4 == 0)
+        return link(content, order, input);
     const auto offset = input.word<uint32_t>();
-    switch (how % 4) {
-        case 0:
-        case 1:
-            return overwrite(content, offset, input.word<uint32_t>(), order);
-        case 2:
-            return overwrite(content, offset, input.bytes(input.word<uint8_t>()));
-        default:
-            return cut(content, offset);
-    }
+    if (how % 4 == 1)
+        overwrite(content, offset, input.word<uint32_t>(), order);
+    else if (how % 4 == 2)
+        overwrite(content, offset, input.bytes(input.word<uint8_t>()));
+    else
+        cut(content, offset);
 }
 
 /// One file and what is done to it.

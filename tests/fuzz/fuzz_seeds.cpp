@@ -145,14 +145,16 @@ void writeRepairSeeds(const fs::path &folder, char order, const std::vector<std:
     for (int file = 0; file < kFiles; ++file)
         for (const uint32_t place : {0U, 8U, 12U, 28U, 64U, 132U})
             put("word" + std::to_string(file) + '-' + std::to_string(place), place == 0 ? 0 : kInFolder,
-                static_cast<char>(file) + word32(place) + word32(place / 2));
+                static_cast<char>(kFiles + file) + word32(place) + word32(place / 2));
+    for (char place = 4; place < 100; place = static_cast<char>(place + 3))
+        put("links" + std::to_string(place), 0, {0, place, 4, 1, place, 11, 3, place, 4, 2, place, 14});
     std::string all;
     for (const auto &image : images)
         all += section(image);
     put("whole", kMadeUp, all);
     put("whole-folder", kMadeUp | kInFolder, all);
     for (char step = 1; order == 0 && step <= kSteps; ++step)
-        put("cut" + std::to_string(step), kInFolder, '\1' + word32(8) + word32(7), step);
+        put("cut" + std::to_string(step), kInFolder, static_cast<char>(kFiles + 1) + word32(8) + word32(7), step);
 }
 
 void writeTexts(const fs::path &folder) {
