@@ -26,11 +26,13 @@ struct Mode {
         : order((bits & 1) != 0 ? opposite(nativeOrder()) : nativeOrder()),
           isMadeUp((bits & 2) != 0),
           // A folder takes several times as long, and there a repair refuses the other order.
-          isInFolder((bits & 12) == 12 && order == nativeOrder()) {}
+          isInFolder((bits & 12) == 12 && order == nativeOrder()),
+          areMissing((bits & 16) != 0) {}
 
     ByteOrder order;
     bool isMadeUp;
     bool isInFolder;
+    bool areMissing;  ///< images without a byte; else their files are there
 };
 
 /// More than a repair has.
@@ -131,13 +133,17 @@ void overwriteAll(Target &target, const Mode &mode, Input &input) {
     target.images = RawImages(mode.order, std::move(images));
 }
 
-std::optional<RawImages> repairInFolder(const Target &target, size_t cutBefore) {
+std::optional<RawImages> repairInFolder(const Target &target, bool areMissing, size_t cutBefore) {
     static const std::string control = fileInPlace("control.tbl");
     static const std::string none = fileInPlace("none.tbl");
     setenv("TAVDB_DBTABLE", (target.hasControl ? control : none).c_str(), 1);
     Files files = sound().folder.sound();
-    for (const auto &medium : kMediumNames)
-        files[std::string(medium.file)] = target.images.content(medium.id);
+    for (const auto &medium : kMediumNames) {
+        const auto &content = target.images.content(medium.id);
+        files[std::string(medium.file)] = content;
+        if (areMissing && content.empty())
+            files.erase(std::string(medium.file));
+    }
     files[std::string(kSessionTable)] = target.sessions;
     files[std::string(kLockTable)] = target.locks;
     return sound().folder.run(files, cutBefore);
@@ -162,7 +168,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                   files.at(std::string(kLockTable)), false};
     const size_t cutBefore = mode.isInFolder ? input.word<uint8_t>() % kStepsMax : 0;
     overwriteAll(target, mode, input);
-    const auto mended = mode.isInFolder ? repairInFolder(target, cutBefore)
+    const auto mended = mode.isInFolder ? repairInFolder(target, mode.areMissing, cutBefore)
                                         : std::optional(tavdb::image::examine(target.images).images);
     control().writtenLinks();
     control().restore();

@@ -135,6 +135,7 @@ void writeRepairSeeds(const fs::path &folder, char order, const std::vector<std:
     constexpr char kMadeUp = 2;
     constexpr char kInFolder = 12;
     constexpr int kFiles = 9;
+    constexpr char kMissing = 16;
     constexpr char kSteps = 24;
     const auto name = [&](const std::string &what) { return what + (order == 0 ? "" : "-foreign"); };
     const auto put = [&](const std::string &what, char mode, const std::string &edits, char cutBefore = 0) {
@@ -153,6 +154,8 @@ void writeRepairSeeds(const fs::path &folder, char order, const std::vector<std:
         all += section(image);
     put("whole", kMadeUp, all);
     put("whole-folder", kMadeUp | kInFolder, all);
+    for (char file = 0; file < 6; ++file)
+        put("missing" + std::to_string(file), kInFolder | kMissing, static_cast<char>(3 * kFiles + file) + word32(0));
     for (char step = 1; order == 0 && step <= kSteps; ++step)
         put("cut" + std::to_string(step), kInFolder, static_cast<char>(kFiles + 1) + word32(8) + word32(7), step);
 }
