@@ -39,15 +39,15 @@ run() {
     mkdir -p "$corpus"
     inputs=("$folder/seeds/$target")
     [ ! -d "$project/tests/fuzz/regressions/$target" ] || inputs+=("$project/tests/fuzz/regressions/$target")
-    if (cd "$folder" && "bin/fuzz_$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len="$(longest "$target")" \
-        -dict="$project/tests/fuzz/words.dict" -artifact_prefix="$folder/findings/$target-" -print_final_stats=1 \
-        "$corpus" "${inputs[@]}" >"$log" 2>&1); then
+    if (cd "$folder" && "bin/fuzz_$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+        -max_len="$(longest "$target")" -dict="$project/tests/fuzz/words.dict" -print_final_stats=1 \
+        -artifact_prefix="$folder/findings/$target-" "$corpus" "${inputs[@]}" >"$log" 2>&1); then
         printf '%-12s %8s runs a second, %s in all, %s inputs kept\n' "$target" \
             "$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")" \
             "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" "$(find "$corpus" -type f | wc -l)"
     else
         printf '%-12s FAILED, see %s\n' "$target" "${log#"$project/"}"
-        grep -m3 -E '^==[0-9]+==ERROR|^SUMMARY|runtime error|Test unit written' "$log" || true
+        grep -m3 -E '^==[0-9]+== ?ERROR|^SUMMARY|runtime error|Test unit written' "$log" || true
         return 1
     fi
 }
