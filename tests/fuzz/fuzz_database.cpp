@@ -125,9 +125,12 @@ const tavDBMDescription &description() {
     return s_description;
 }
 
+void putImage(int32_t mediumId, std::string_view content) {
+    s_media[mediumId].assign(content.begin(), content.end());
+}
+
 void putMedium(int32_t mediumId, const Bytes &content) {
-    s_media[mediumId] = content;
-    s_media[mediumId].resize(std::min(content.size(), kMediumBytes));
+    putImage(mediumId, {reinterpret_cast<const char *>(content.data()), std::min(content.size(), kMediumBytes)});
 }
 
 void putMedia(Input &input) {

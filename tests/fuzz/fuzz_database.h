@@ -3,6 +3,8 @@
 // libraries, and media that lie in this process and hold whatever an input says.
 #pragma once
 
+#include <string_view>
+
 #include "fuzz/fuzz_input.h"
 #include "tavdb_modules.h"
 
@@ -10,14 +12,17 @@ namespace tavdb_fuzz {
 
 enum MediumId : int32_t { kComponents = 1, kValues, kConstraints, kStrings, kData, kTexts, kMediaEnd };
 
-/// No medium becomes larger.
+/// No medium becomes larger by what is written to it.
 inline constexpr size_t kMediumBytes = 8192;
 
 /// The description and the session of the attached database, with the session's error cleared.
 const tavDBMDescription &description();
 tavDBMSession &session();
 
+/// What a medium holds from now on, cut to kMediumBytes.
 void putMedium(int32_t mediumId, const Bytes &content);
+/// The same, however large.
+void putImage(int32_t mediumId, std::string_view content);
 /// The six media as sections of an input.
 void putMedia(Input &input);
 

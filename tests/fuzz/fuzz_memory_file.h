@@ -1,25 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
-// A file that is reached by a path and lies in memory: on a disk every input would
-// wait for it.
+// A file that the library opens by its path, in the folder of the target. The pages that
+// it has once it keeps: giving them back and asking for them anew costs more than an input.
 #pragma once
 
-#include <sys/mman.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "fuzz/fuzz_place.h"
+
 namespace tavdb_fuzz {
 
 class MemoryFile {
 public:
-    MemoryFile() : fd_(memfd_create("fuzz", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(fd_)) {}
+    MemoryFile() : path_(fileInPlace("file")), fd_(open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
     MemoryFile(const MemoryFile &) = delete;
     MemoryFile &operator=(const MemoryFile &) = delete;
 
     void put(std::string_view content) const {
-        if (ftruncate(fd_, 0) != 0 || pwrite(fd_, content.data(), content.size(), 0) < 0)
+        const auto sizeBytes = static_cast<off_t>(content.size());
+        if (pwrite(fd_, content.data(), content.size(), 0) != sizeBytes || ftruncate(fd_, sizeBytes) != 0)
             std::abort();
     }
     const char *path() const {
@@ -27,8 +30,8 @@ public:
     }
 
 private:
-    int fd_;
     std::string path_;
+    int fd_;
 };
 
 }  // namespace tavdb_fuzz

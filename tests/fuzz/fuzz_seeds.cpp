@@ -8,12 +8,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
-#include "image/builder.h"
-#include "image/description.h"
+#include "fuzz/fuzz_images.h"
 
 namespace {
 
@@ -21,18 +19,6 @@ namespace fs = std::filesystem;
 using tavdb::image::ByteOrder;
 
 constexpr uint32_t kRootKey = 16;
-
-constexpr const char *kDescription = R"(types:
-  port: { type: u16, range: [1, 65535], step: 1, current: 80 }
-network:
-  lan:
-    mtu: { type: u32, range: [576, 9000], step: 4, current: 1492, default: 1500 }
-    mode: { type: u8, enum: { off: 0, on: 1, auto: 7 }, current: auto }
-    name: { type: text, size: 16, current: eth0 }
-  port: { type: port }
-limits: { type: f64, range: [-1.5, 2.5], current: 0.5 }
-offset: { type: s64, current: -5 }
-)";
 
 constexpr const char *kDataModel = R"(<?xml version="1.0"?>
 <dm:document xmlns:dm="urn:broadband-forum-org:cwmp:datamodel-1-8" spec="urn:x">
@@ -56,15 +42,8 @@ constexpr const char *kMediaConf =
     "tavdbMemSync1 a.med\n"
     "libtavdbfile.so tavdbFileOpenRom tavdbFileClose tavdbFileRead tavdbFileWrite "
     "tavdbFileSeek tavdbFileSync3 b.med # comment\n"
+    "libtavdb.so.1 tavdbFileOpenHD tavdbFileClose tavdbFileRead tavdbFileWrite tavdbFileSeek tavdbFileSync1 c.med\n"
     "plugin.so a b c d e f hint\n\n";
-
-const std::vector<std::string> kImages = {"component.med", "value.med", "constraint.med",
-                                          "string.med",    "data.med",  "text.med"};
-
-std::string read(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 void write(const fs::path &folder, const std::string &name, const std::string &content) {
     fs::create_directories(folder);
@@ -114,20 +93,13 @@ std::vector<uint32_t> keysOf(const std::string &components, ByteOrder order) {
 }
 
 std::vector<std::string> imagesOf(ByteOrder order, const fs::path &place) {
-    const auto description = tavdb::image::readDescriptionText("seed.yaml", kDescription);
-    for (const auto &error : description.errors)
-        std::fprintf(stderr, "line %u: %s\n", error.position.line, error.sentence.c_str());
     const fs::path folder = place / "images";
     fs::remove_all(folder);
-    const auto built = tavdb::image::buildDatabase(description.model, folder.string(), {.order = order});
-    if (!description.ok() || !built) {
-        std::fprintf(stderr, "the images cannot be built: %s\n", built ? "" : built.error.sentence.c_str());
-        std::exit(1);
-    }
-    std::vector<std::string> images;
-    for (const std::string &name : kImages)
-        images.push_back(read(folder / name));
+    const auto sound = tavdb_fuzz::buildSound(folder.string(), order);
     fs::remove_all(folder);
+    std::vector<std::string> images;
+    for (const auto &medium : tavdb::image::kMediumNames)
+        images.push_back(sound.content(medium.id));
     return images;
 }
 
@@ -154,8 +126,42 @@ void writeImageSeeds(const fs::path &folder, const std::string &name, ByteOrder 
     write(folder / "file_list", name, section(images[kStrings]) + script(kRootKey, 0, 11));
 }
 
+std::string word32(uint32_t value) {
+    return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+/// Single words of the images and the tables of `repair`, whole images, and cuts in front of its steps.
+void writeRepairSeeds(const fs::path &folder, char order, const std::vector<std::string> &images) {
+    constexpr char kMadeUp = 2;
+    constexpr char kInFolder = 12;
+    constexpr int kFiles = 9;
+    constexpr char kMissing = 16;
+    constexpr char kSteps = 24;
+    const auto name = [&](const std::string &what) { return what + (order == 0 ? "" : "-foreign"); };
+    const auto put = [&](const std::string &what, char mode, const std::string &edits, char cutBefore = 0) {
+        const auto modes = std::string(1, static_cast<char>(order | mode));
+        const bool isInFolder = mode >= kInFolder && order == 0;
+        write(folder / "repair", name(what), modes + (isInFolder ? std::string(1, cutBefore) : "") + edits);
+    };
+    for (int file = 0; file < kFiles; ++file)
+        for (const uint32_t place : {0U, 8U, 12U, 28U, 64U, 132U})
+            put("word" + std::to_string(file) + '-' + std::to_string(place), place == 0 ? 0 : kInFolder,
+                static_cast<char>(kFiles + file) + word32(place) + word32(place / 2));
+    for (char place = 4; place < 100; place = static_cast<char>(place + 3))
+        put("links" + std::to_string(place), 0, {0, place, 4, 1, place, 11, 3, place, 4, 2, place, 14});
+    std::string all;
+    for (const auto &image : images)
+        all += section(image);
+    put("whole", kMadeUp, all);
+    put("whole-folder", kMadeUp | kInFolder, all);
+    for (char file = 0; file < 6; ++file)
+        put("missing" + std::to_string(file), kInFolder | kMissing, static_cast<char>(3 * kFiles + file) + word32(0));
+    for (char step = 1; order == 0 && step <= kSteps; ++step)
+        put("cut" + std::to_string(step), kInFolder, static_cast<char>(kFiles + 1) + word32(8) + word32(7), step);
+}
+
 void writeTexts(const fs::path &folder) {
-    write(folder / "description", "yaml", kDescription);
+    write(folder / "description", "yaml", tavdb_fuzz::kSoundDescription);
     write(folder / "description", "datamodel", kDataModel);
     write(folder / "media_conf", "lines", kMediaConf);
     write(folder / "path", "relative", section("/var/x") + section("db/a") + section("/var/xdb/a"));
@@ -171,8 +177,11 @@ int main(int argc, char **argv) {
     }
     const fs::path folder = fs::absolute(argv[1]);
     fs::create_directories(folder);
-    writeImageSeeds(folder, "big", ByteOrder::big, imagesOf(ByteOrder::big, folder));
-    writeImageSeeds(folder, "little", ByteOrder::little, imagesOf(ByteOrder::little, folder));
+    for (const auto order : {ByteOrder::big, ByteOrder::little}) {
+        const auto images = imagesOf(order, folder);
+        writeImageSeeds(folder, order == ByteOrder::big ? "big" : "little", order, images);
+        writeRepairSeeds(folder, order == tavdb::image::nativeOrder() ? 0 : 1, images);
+    }
     writeTexts(folder);
     return 0;
 }

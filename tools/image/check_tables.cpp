@@ -82,12 +82,14 @@ public:
     template <typename Record, size_t Slots>
     std::vector<uint32_t> walk(const Record (&records)[Slots], uint32_t capacity, uint32_t usedHead,
                                uint32_t freeHead) {
+        seen.assign(Slots, false);
         const auto used = walkList(records, capacity, usedHead, "the list of those in use");
         const auto unused = walkList(records, capacity, freeHead, "the free list");
         lastFree = unused.empty() ? 0 : unused.back();
-        if (isSound && seen.size() < capacity)
-            report(Gravity::damage, "", 0,
-                   std::to_string(capacity - seen.size()) + " of its records are in neither of its lists");
+        if (isSound && used.size() + unused.size() < capacity)
+            report(
+                Gravity::damage, "", 0,
+                std::to_string(capacity - used.size() - unused.size()) + " of its records are in neither of its lists");
         return used;
     }
 
@@ -115,12 +117,13 @@ private:
         std::vector<uint32_t> list;
         for (uint32_t index = head; index != 0; index = records[index].next) {
             const bool isInside = index <= capacity;
-            if (!isInside || !seen.insert(index).second) {
+            if (!isInside || seen[index]) {
                 report(Gravity::damage, "", 0,
                        name + " leads to record " + std::to_string(index) +
                            (isInside ? ", which it or the other list holds already" : ", which there is not"));
                 break;
             }
+            seen[index] = true;
             list.push_back(index);
         }
         return list;
@@ -129,7 +132,7 @@ private:
     std::vector<Finding> &findings;
     std::string file;
     std::string remedy;
-    std::set<uint32_t> seen;
+    std::vector<bool> seen;
 };
 
 bool isAlive(int32_t process) {
