@@ -45,6 +45,7 @@ Fault damaged(std::string sentence) {
     return {FaultKind::damaged, std::move(sentence), 0, 0};
 }
 
+constexpr off_t kLongestBytes = off_t{256} << 20;
 /// So much is read at a time: a few lines.
 constexpr size_t kBlockBytes = 4096;
 
@@ -67,7 +68,9 @@ Result<SchemaFile> SchemaFile::open(const std::string &path) {
         return Result<SchemaFile>::bad(faultOfError(errno, "cannot be opened"));
     if (auto fault = checkRegular(file.descriptor.get()))
         return Result<SchemaFile>::bad(std::move(*fault));
-    file.sizeBytes = static_cast<uint64_t>(status.st_size);
+    if (status.st_size > kLongestBytes)
+        return Result<SchemaFile>::bad(damaged("is longer than " + std::to_string(kLongestBytes) + " bytes"));
+    file.sizeBytes = static_cast<size_t>(status.st_size);
     return {std::move(file), {}};
 }
 

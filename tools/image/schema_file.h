@@ -4,7 +4,7 @@
 // JSON all the same is read whole.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,8 +31,8 @@ public:
 private:
     /// Bytes of the file.
     struct Extent {
-        uint64_t begin;
-        uint64_t end;
+        size_t begin;
+        size_t end;
     };
 
     SchemaFile() = default;
@@ -42,7 +42,7 @@ private:
     static Result<SchemaEntry> findLine(std::string_view lines, const std::string &path);
 
     Descriptor descriptor;
-    uint64_t sizeBytes = 0;
+    size_t sizeBytes = 0;
 };
 
 }  // namespace tavdb::image

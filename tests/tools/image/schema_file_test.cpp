@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tools/image/reading.h"
 #include "tools/test_place.h"
 
@@ -79,6 +81,14 @@ TEST_F(SchemaFileTest, EmptyFileIsDamaged) {
     const auto file = open("");
     EXPECT_TRUE(file.isThere());
     EXPECT_EQ(file.find("/a").error.kind, FaultKind::damaged);
+}
+
+TEST_F(SchemaFileTest, FileLongerThanAnySchemaIsNotOpened) {
+    place.write("schema.json", "");
+    std::filesystem::resize_file(place / "schema.json", (uintmax_t{256} << 20) + 1);
+    const auto file = SchemaFile::open(place / "schema.json");
+    EXPECT_EQ(file.error.kind, FaultKind::damaged);
+    EXPECT_EQ(file.error.sentence, "is longer than 268435456 bytes");
 }
 
 TEST_F(SchemaFileTest, EveryTruncationIsDamaged) {
