@@ -4,6 +4,8 @@
 // A process uses one media configuration, and some workloads need a process that
 // is not attached; so workloads come in groups, one for each run of the program.
 // scripts/bench.sh runs them all and makes one table of them.
+#include <sched.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -17,6 +19,15 @@ namespace {
 /// The number of settings where it does not matter.
 constexpr uint32_t kSettings = 5000;
 
+/// With the processes that are started from here on. Where the scheduler puts two that wake each other decides more
+/// than what they do, and not alike for all.
+void stayOnOneProcessor() {
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    CPU_SET(static_cast<size_t>(sched_getcpu()), &processors);
+    sched_setaffinity(0, sizeof processors, &processors);
+}
+
 class Run {
 public:
     void all(const char *media, uint32_t settings) {
@@ -29,6 +40,7 @@ public:
         addPeers(place_.file("peers"), kSettings);
     }
     void message() {
+        stayOnOneProcessor();
         attach("message", kSettings);
         addValues(*device_);
     }
