@@ -250,6 +250,11 @@ TEST_F(ConstraintTest, SetDataOnAnEnumerationWithANegativeLengthFailsWith61AndRe
     EXPECT_TRUE(mediaUnchanged());
 }
 
+TEST_F(ConstraintTest, GetDataOfAnEnumerationWithoutABufferFailsWith72) {
+    putEnumeration(typeRow("S32"), Bytes(12));
+    EXPECT_EQ(constraint_getData(&session, kKey, nullptr, 12), 72);
+}
+
 TEST_F(ConstraintTest, GetDataOfAnEnumerationIntoABufferThatIsTooSmallFailsWith72AndReadsNoArray) {
     putEnumeration(typeRow("S32"), Bytes(12));
     for (const int32_t length : {11, 0, -1}) {

@@ -333,6 +333,15 @@ TEST_P(RangeTest, SetDataFromAnUnalignedPointerWorks) {
     EXPECT_EQ(mediumText(kKey + 8, type().dataBytes()), numbers(1, 100, 3));
 }
 
+TEST_P(RangeTest, DataThatAreMissingAreRefusedLikeThoseOfAWrongLength) {
+    putRange(type(), 10, 20, 5);
+    const int32_t fits = type().dataBytes();
+    observe();
+    EXPECT_EQ(type().getData(&session, kKey, nullptr, fits), 72);
+    EXPECT_EQ(type().setData(&session, kKey, nullptr, fits), 65);
+    EXPECT_TRUE(mediaUnchanged());
+}
+
 TEST_P(RangeTest, SetDataOfAnotherLengthFailsWith65WithoutAnAccess) {
     putRange(type(), 10, 20, 5);
     const int32_t fits = type().dataBytes();

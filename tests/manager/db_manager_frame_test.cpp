@@ -202,10 +202,10 @@ TEST_P(FrameTest, APreHookThatRefusesEndsTheAccessWithItsCodeAndResult) {
 TEST_P(FrameTest, APostHookThatFailsHasItsCodeAndTheValueStays) {
     hookTheLeaf();
     answer(postHook(), -5);
-    const int32_t code = writes() ? 10 : 8;
-    EXPECT_EQ(access(), code);
-    EXPECT_TRUE(recorded(static_cast<uint32_t>(code), static_cast<uint32_t>(-5)));
-    EXPECT_TRUE(fakeTrace().onlyError(errorAt(3, {at, static_cast<uint32_t>(-5)})));
+    constexpr auto kAnswer = static_cast<uint32_t>(-5);
+    EXPECT_EQ(access(), writes() ? 10 : 8);
+    EXPECT_TRUE(writes() ? recorded(10, kAnswer) : recorded(8, kAnswer));
+    EXPECT_TRUE(fakeTrace().onlyError(errorAt(3, {at, kAnswer})));
     expectDone();
 }
 
