@@ -13,6 +13,9 @@ namespace tavdb::image {
 namespace {
 
 constexpr const char *kNoEntry = "schema.json: a line is no entry";
+constexpr off_t kLongestBytes = off_t{256} << 20;
+/// So much is read at a time: a few lines.
+constexpr size_t kBlockBytes = 4096;
 
 /// A line of the file: the path in its quotes, and the entry.
 struct EntryLine {
@@ -44,10 +47,6 @@ std::optional<EntryLine> splitLine(std::string_view line) {
 Fault damaged(std::string sentence) {
     return {FaultKind::damaged, std::move(sentence), 0, 0};
 }
-
-constexpr off_t kLongestBytes = off_t{256} << 20;
-/// So much is read at a time: a few lines.
-constexpr size_t kBlockBytes = 4096;
 
 /// The first line that begins behind the front of `block`, with its place. Nothing when the block ends in its path.
 std::optional<std::pair<size_t, EntryLine>> firstLine(std::string_view block) {
