@@ -73,7 +73,7 @@ RepairFolder::RepairFolder(std::string path) : folder(std::move(path)) {
 void RepairFolder::makeTables() {
     const auto description = describeDirectory(folder);
     int32_t error = 0;
-    const int32_t id = description ? dbs_me_db_control_init_table_entry(&*description.value, &error) : -1;
+    const int32_t id = description ? dbs_me_db_control_init_table_entry(description.value->get(), &error) : -1;
     if (id <= 0 || tavDBMLock(&session(), kRootKey, TAVDB_LOCK_TRY) != 0)
         fail("the tables cannot be made");
     const auto sessions = changedTable<tavDBMSessionTable>("session.tbl", [&](tavDBMSessionTable &table) {

@@ -88,7 +88,7 @@ Status fillDatabase(const Model &model, const std::string &folder, const BuildOp
     const auto description = describeDirectory(folder);
     if (!description)
         return description.error;
-    const auto database = Database::attach(*description.value);
+    const auto database = Database::attach(**description.value);
     if (!database)
         return database.error;
     return buildTree(**database.value, model, options.interrupted, keys);

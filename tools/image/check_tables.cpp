@@ -201,7 +201,7 @@ private:
                             "it says that it is database " + std::to_string(table.entry[index].dbId));
         if (!list.isSound)
             return std::nullopt;
-        const auto found = findRegistration(path, directory.description);
+        const auto found = findRegistration(path, *directory.description);
         if (found && *found.value)
             check.databaseId = (*found.value)->id;
         return std::nullopt;

@@ -85,14 +85,14 @@ void noteUnknownData(const RecordMap &map, std::vector<std::string> &remarks) {
 bool isAttachedHere(const DatabaseDirectory &directory) {
     if (directory.order != nativeOrder())
         return false;
-    const auto registration = findRegistration(dbs_me_db_control_get_file_name(), directory.description);
+    const auto registration = findRegistration(dbs_me_db_control_get_file_name(), *directory.description);
     return !registration || registration.value->has_value();
 }
 
 Status checkUnused(const DatabaseDirectory &directory) {
     if (!isAttachedHere(directory))
         return std::nullopt;
-    const auto sessions = readSessions(directory.description.sessionPath);
+    const auto sessions = readSessions(directory.description->sessionPath);
     if (!sessions)
         return sessions.error;
     for (const auto &session : *sessions.value)

@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <sstream>
 
 #include "image/files.h"
+#include "image/text_util.h"
 
 namespace tavdb::image {
 
@@ -42,12 +42,8 @@ const OpenFunction *findOpenFunction(const MediaLine &line) {
 
 std::vector<MediaLine> parseMediaFile(const std::string &content) {
     std::vector<MediaLine> lines;
-    std::istringstream text(content);
-    for (std::string line; std::getline(text, line);) {
-        std::istringstream words(line.substr(0, line.find('#')));
-        std::vector<std::string> tokens;
-        for (std::string word; words >> word;)
-            tokens.push_back(word);
+    for (const auto &line : splitAt(content, '\n')) {
+        const auto tokens = splitWords(std::string_view(line).substr(0, line.find('#')));
         if (tokens.size() >= kMediaTokens)
             lines.push_back({tokens[0], tokens[1], tokens[kMediaTokens - 1]});
     }
@@ -234,18 +230,19 @@ std::optional<std::string> DatabaseDirectory::imagePath(int32_t medium) const {
     return line.hint.starts_with('/') ? line.hint : joinPath(path, line.hint);
 }
 
-Result<tavDBMDescription> describeDirectory(const std::string &path) {
-    tavDBMDescription description = {};
-    const bool fits = put(description.sessionPath, path, kSessionTable) &&
-                      put(description.lockPath, path, kLockTable) && put(description.mediaPath, path, kMediaFile) &&
-                      put(description.hookPath, path, kHookFile);
+Result<std::unique_ptr<const tavDBMDescription>> describeDirectory(const std::string &path) {
+    using Described = Result<std::unique_ptr<const tavDBMDescription>>;
+    auto description = std::make_unique<tavDBMDescription>();
+    const bool fits = put(description->sessionPath, path, kSessionTable) &&
+                      put(description->lockPath, path, kLockTable) && put(description->mediaPath, path, kMediaFile) &&
+                      put(description->hookPath, path, kHookFile);
     if (!fits)
-        return Result<tavDBMDescription>::bad({FaultKind::failed, "the path is too long for the library", 0, 0});
-    description.componentMedia = kComponentMedium;
-    description.valueMedia = kValueMedium;
-    description.constraintMedia = kConstraintMedium;
-    description.stringMedia = kStringMedium;
-    return Result<tavDBMDescription>::good(description);
+        return Described::bad({FaultKind::failed, "the path is too long for the library", 0, 0});
+    description->componentMedia = kComponentMedium;
+    description->valueMedia = kValueMedium;
+    description->constraintMedia = kConstraintMedium;
+    description->stringMedia = kStringMedium;
+    return Described::good(std::move(description));
 }
 
 Fault otherOrder() {
@@ -268,7 +265,7 @@ Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse us
     auto description = describeDirectory(*real.value);
     if (!description)
         return Opened::bad(description.error);
-    DatabaseDirectory directory{*real.value, *description.value, std::move(*media.value), nativeOrder()};
+    DatabaseDirectory directory{*real.value, std::move(*description.value), std::move(*media.value), nativeOrder()};
     if (use == DirectoryUse::repair)
         return Opened::good(std::move(directory));
     if (exists(joinPath(directory.path, kRepairJournal)))

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -79,7 +80,7 @@ struct MediaLine {
 
 struct DatabaseDirectory {
     std::string path;  ///< absolute, without symbolic links
-    tavDBMDescription description;
+    std::unique_ptr<const tavDBMDescription> description;  ///< of 16 KiB: not to be copied about
     std::vector<MediaLine> media;  ///< in the order of their ids, from 1
     ByteOrder order = nativeOrder();
 
@@ -106,7 +107,7 @@ Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse us
 /// The description of a directory's database. Equal directories give equal
 /// descriptions, so that all programs that use this share locks and sessions.
 /// @param path absolute; what is too long gives a fault
-Result<tavDBMDescription> describeDirectory(const std::string &path);
+Result<std::unique_ptr<const tavDBMDescription>> describeDirectory(const std::string &path);
 
 /// Refuses a directory whose media configuration names anything but its own six images,
 /// or sockets that they are served on.

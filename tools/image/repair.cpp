@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <map>
-#include <sstream>
 
 #include "image/bench.h"
 #include "image/build_folder.h"
@@ -18,6 +17,7 @@
 #include "image/media_image.h"
 #include "image/schema_edit.h"
 #include "image/schema_file.h"
+#include "image/text_util.h"
 
 namespace tavdb::image {
 
@@ -53,8 +53,7 @@ Result<std::vector<std::string>> readJournal(const std::string &folder) {
     if (!content)
         return Names::bad(faultIn(std::string(kRepairJournal), content.error));
     std::vector<std::string> names;
-    std::istringstream lines(*content.value);
-    for (std::string name; std::getline(lines, name);)
+    for (const auto &name : splitAt(*content.value, '\n'))
         if (isReplaceable(name))
             names.push_back(name);
         else

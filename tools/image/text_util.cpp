@@ -103,16 +103,31 @@ std::string nameFault(std::string_view name) {
     return {};
 }
 
+std::vector<std::string> splitWords(std::string_view text) {
+    std::vector<std::string> words;
+    while (!text.empty()) {
+        const auto end = std::find_if(text.begin(), text.end(), isSpace);
+        if (end != text.begin())
+            words.emplace_back(text.begin(), end);
+        text.remove_prefix(std::min(text.size(), static_cast<size_t>(end - text.begin()) + 1));
+    }
+    return words;
+}
+
+std::vector<std::string> splitAt(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    while (!text.empty()) {
+        const auto end = std::min(text.find(separator), text.size());
+        parts.emplace_back(text.substr(0, end));
+        text.remove_prefix(std::min(text.size(), end + 1));
+    }
+    return parts;
+}
+
 std::string foldSpace(std::string_view text) {
     std::string folded;
-    for (const char character : text) {
-        if (!isSpace(character))
-            folded += character;
-        else if (!folded.empty() && folded.back() != ' ')
-            folded += ' ';
-    }
-    if (folded.ends_with(' '))
-        folded.pop_back();
+    for (const auto &word : splitWords(text))
+        folded += (folded.empty() ? "" : " ") + word;
     return folded;
 }
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tavdb::image {
 
@@ -25,6 +26,12 @@ bool hasControlCharacter(std::string_view text);
 
 /// Empty for a good component name, else what is wrong with it.
 std::string nameFault(std::string_view name);
+
+/// The words of a text, which white space divides.
+std::vector<std::string> splitWords(std::string_view text);
+
+/// The parts of a text between separators. None after the last one when nothing stands there.
+std::vector<std::string> splitAt(std::string_view text, char separator);
 
 /// Runs of white space become one blank, none at the ends.
 std::string foldSpace(std::string_view text);

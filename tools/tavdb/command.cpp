@@ -6,29 +6,35 @@
 
 namespace tavdb::command {
 
-std::optional<OpenedDatabase> openDatabase(const Common &common, Console &console) {
+std::optional<image::DatabaseDirectory> openDirectory(const Common &common, Console &console) {
     if (common.directory.empty()) {
         console.report("", {image::FaultKind::usage, "no database: name one with -d DIR or TAVDB_DIR", 0, 0});
         return std::nullopt;
     }
     auto directory = image::openDirectory(common.directory);
-    if (!directory) {
-        console.report(common.directory, directory.error);
+    if (directory)
+        return std::move(*directory.value);
+    console.report(common.directory, directory.error);
+    return std::nullopt;
+}
+
+std::optional<OpenedDatabase> openDatabase(const Common &common, Console &console) {
+    auto directory = openDirectory(common, console);
+    if (!directory)
         return std::nullopt;
-    }
-    auto schema = image::SchemaFile::open(image::joinPath(directory.value->path, image::kSchemaName));
+    auto schema = image::SchemaFile::open(image::joinPath(directory->path, image::kSchemaName));
     if (!schema) {
         console.report(common.directory, image::faultIn(std::string(image::kSchemaName), std::move(schema.error)));
         return std::nullopt;
     }
     switchHooks(!common.noHooks);
     auto signals = std::make_unique<EndingSignals>(EndingSignals::Second::ends);
-    auto database = image::Database::attach(directory.value->description);
+    auto database = image::Database::attach(*directory->description);
     if (!database) {
         console.report(common.directory, database.error);
         return std::nullopt;
     }
-    return OpenedDatabase{std::move(signals), std::move(*directory.value), std::move(*schema.value),
+    return OpenedDatabase{std::move(signals), std::move(*directory), std::move(*schema.value),
                           std::move(*database.value)};
 }
 

@@ -63,7 +63,10 @@ struct OpenedDatabase {
     std::unique_ptr<image::Database> database;
 };
 
-/// Nothing when it cannot be opened, which is reported then.
+/// The directory alone, not attached. Nothing when it cannot be opened, which is reported then.
+std::optional<image::DatabaseDirectory> openDirectory(const Common &common, Console &console);
+
+/// The same of the database in it.
 std::optional<OpenedDatabase> openDatabase(const Common &common, Console &console);
 
 /// The leaf of a path; nodes and faults are faults that bear no path.

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "declarations.h"
 
-#include <sstream>
 #include <string_view>
+
+#include "image/text_util.h"
 
 namespace tavdb::command {
 
@@ -26,14 +27,10 @@ WordKind kindOf(const std::string &placeholder) {
 
 Argument::Argument(const std::string &head, Target place, std::string description, Rules given)
     : about(std::move(description)), target(place), rules(std::move(given)) {
-    std::istringstream words(head);
-    std::string list;
-    words >> list >> placeholder;
-    std::istringstream parts(list);
-    for (std::string name; std::getline(parts, name, ',');)
-        names.push_back(name);
-    if (!list.starts_with('-'))
-        placeholder = list;
+    const auto words = image::splitWords(head);
+    names = image::splitAt(words.front(), ',');
+    const bool isOption = head.starts_with('-');
+    placeholder = isOption && words.size() == 1 ? "" : words.back();
     kind = rules.values.empty() ? kindOf(placeholder) : WordKind::listed;
     isRepeated = std::holds_alternative<std::vector<std::string> *>(target);
 }

@@ -66,7 +66,7 @@ private:
                                                         : image::openDirectory(common.directory);
         if (!directory)
             return usage;
-        const auto &description = directory.value->description;
+        const auto &description = *directory.value->description;
         usage.sessions = image::readSessions(description.sessionPath).value.value_or(usage.sessions);
         usage.locks = image::readLocks(description.lockPath).value.value_or(usage.locks);
         usage.registration =

@@ -20,7 +20,7 @@ ProgramLock::~ProgramLock() {
 }
 
 bool ProgramLock::isThere() const {
-    const auto locks = image::readLocks(opened.directory.description.lockPath);
+    const auto locks = image::readLocks(opened.directory.description->lockPath);
     const auto isOurs = [&](const image::HeldLock &held) {
         const bool isMatch = isShared ? held.isShared : held.session == opened.database->session()->sessionId;
         return held.database == opened.database->id() && held.component == key && isMatch;

@@ -111,7 +111,7 @@ private:
     /// A subtree may have more components than there are locks, so those below are
     /// not locked; but nobody else may hold one.
     image::Status refuseLocked(const Target &target) {
-        const auto &description = opened.directory.description;
+        const auto &description = *opened.directory.description;
         const auto locks = image::readLocks(description.lockPath);
         const auto sessions = image::readSessions(description.sessionPath);
         if (!locks || !sessions)

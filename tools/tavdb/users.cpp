@@ -14,20 +14,9 @@ namespace {
 
 using Sessions = std::vector<image::OpenSession>;
 
-std::optional<tavDBMDescription> findDescription(const Common &common, Console &console) {
-    if (common.directory.empty()) {
-        console.report("", {image::FaultKind::usage, "no database: name one with -d DIR or TAVDB_DIR", 0, 0});
-        return std::nullopt;
-    }
-    const auto directory = image::openDirectory(common.directory);
-    if (directory)
-        return directory.value->description;
-    console.report(common.directory, directory.error);
-    return std::nullopt;
-}
-
-std::optional<Sessions> readSessions(const tavDBMDescription &description, const Common &common, Console &console) {
-    auto sessions = image::readSessions(description.sessionPath);
+std::optional<Sessions> readSessions(const image::DatabaseDirectory &directory, const Common &common,
+                                     Console &console) {
+    auto sessions = image::readSessions(directory.description->sessionPath);
     if (sessions)
         return std::move(*sessions.value);
     console.report(common.directory, sessions.error);
@@ -46,8 +35,8 @@ std::string numbered(std::string_view what, const Json &number) {
 }
 
 void listSessions(const Common &common, Console &console) {
-    const auto description = findDescription(common, console);
-    const auto sessions = description ? readSessions(*description, common, console) : std::nullopt;
+    const auto directory = openDirectory(common, console);
+    const auto sessions = directory ? readSessions(*directory, common, console) : std::nullopt;
     if (!sessions)
         return;
     auto list = Json::array();
@@ -94,11 +83,11 @@ std::string toText(const Json &lock) {
 
 void listLocks(const Common &common, Console &console) {
     // Both tables before this command has a session itself.
-    const auto description = findDescription(common, console);
-    const auto sessions = description ? readSessions(*description, common, console) : std::nullopt;
+    const auto directory = openDirectory(common, console);
+    const auto sessions = directory ? readSessions(*directory, common, console) : std::nullopt;
     if (!sessions)
         return;
-    const auto locks = image::readLocks(description->lockPath);
+    const auto locks = image::readLocks(directory->description->lockPath);
     if (!locks) {
         console.report(common.directory, locks.error);
         return;

@@ -15,7 +15,7 @@ int read(const std::string &place) {
     const auto directory = tavdb::image::openDirectory(place);
     if (!directory)
         return 3;
-    const auto database = tavdb::image::Database::attach(directory.value->description);
+    const auto database = tavdb::image::Database::attach(*directory.value->description);
     if (!database)
         return 4;
     const auto leaf = tavdb::image::locate(**database.value, "/lan/mtu");

@@ -28,7 +28,7 @@ public:
     explicit Attached(const std::string &directory) {
         const auto description = describeDirectory(directory);
         int32_t error = 0;
-        id = tavDBMInit(&*description.value, &error);
+        id = tavDBMInit(description.value->get(), &error);
         EXPECT_GT(id, 0) << "code " << error;
         EXPECT_EQ(tavDBMInitSession(&record, static_cast<uint32_t>(id)), 0);
     }

@@ -179,7 +179,7 @@ TEST_F(BuildFailure, MediumBeyondTwoGigabytesIsRefusedBeforeAnythingIsMade) {
 TEST_F(BuildFailure, ProcessThatIsAttachedDoesNotBuild) {
     ASSERT_TRUE(build());
     const auto description = describeDirectory(place / "db");
-    const auto database = Database::attach(*description.value);
+    const auto database = Database::attach(**description.value);
     ASSERT_TRUE(database);
     const auto second = build({}, "second");
     EXPECT_FALSE(second);

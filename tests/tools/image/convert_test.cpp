@@ -271,7 +271,7 @@ TEST_F(Convert, SessionThatADeadProcessLeftKeepsNobodyOut) {
         const auto description = describeDirectory(place / "db");
         int32_t error = 0;
         tavDBMSession session = {};
-        const int32_t id = tavDBMInit(&*description.value, &error);
+        const int32_t id = tavDBMInit(description.value->get(), &error);
         _exit(id > 0 && tavDBMInitSession(&session, static_cast<uint32_t>(id)) == 0 ? 0 : 1);
     } else {
         int status = -1;

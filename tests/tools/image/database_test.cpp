@@ -32,7 +32,7 @@ protected:
         keys = buildText(text, place / "db").keys;
     }
     Database &attach() {
-        auto attached = Database::attach(*describeDirectory(place / "db").value);
+        auto attached = Database::attach(**describeDirectory(place / "db").value);
         if (!attached)
             throw std::runtime_error(attached.error.sentence);
         database = std::move(*attached.value);
@@ -213,7 +213,7 @@ TEST_F(DatabaseTest, NestingThatIsTooDeepToFollowIsAFault) {
 TEST_F(DatabaseTest, OnlyOneIsAttachedAtATime) {
     build("a: {type: u8}\n");
     attach();
-    const auto second = Database::attach(*describeDirectory(place / "db").value);
+    const auto second = Database::attach(**describeDirectory(place / "db").value);
     ASSERT_FALSE(second);
     EXPECT_EQ(second.error.sentence, "this process is attached to a database already");
     database.reset();
@@ -225,11 +225,11 @@ TEST_F(DatabaseTest, AttachThatFailsSaysWhyAndIsTheLast) {
     build("a: {type: u8}\n");
     place.write("db/media.conf", "libtavdbfile.so nonsense c r w l s h\n");
     const auto description = describeDirectory(place / "db");
-    const auto failed = Database::attach(*description.value);
+    const auto failed = Database::attach(**description.value);
     ASSERT_FALSE(failed);
     EXPECT_NE(failed.error.code, 0U);
     EXPECT_FALSE(failed.error.sentence.empty());
-    const auto again = Database::attach(*description.value);
+    const auto again = Database::attach(**description.value);
     ASSERT_FALSE(again);
     EXPECT_EQ(again.error.sentence, "an earlier attach of this process failed half-way");
 }

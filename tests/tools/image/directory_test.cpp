@@ -35,7 +35,7 @@ TEST_F(DirectoryTest, GoodOneGivesItsDescriptionAndMedia) {
     const auto opened = openDirectory(place / "link/");
     ASSERT_TRUE(opened) << opened.error.sentence;
     EXPECT_EQ(opened.value->path, place / "db");
-    const auto &description = opened.value->description;
+    const auto &description = *opened.value->description;
     EXPECT_EQ(description.sessionPath, place / "db/session.tbl");
     EXPECT_EQ(description.lockPath, place / "db/lock.tbl");
     EXPECT_EQ(description.mediaPath, place / "db/media.conf");

@@ -259,7 +259,7 @@ TEST_F(Repair, WhatADeadProcessLeftInTheTablesIsCleared) {
         const auto description = describeDirectory(db);
         int32_t error = 0;
         tavDBMSession session = {};
-        const int32_t id = tavDBMInit(&*description.value, &error);
+        const int32_t id = tavDBMInit(description.value->get(), &error);
         const bool isDone = id > 0 && tavDBMInitSession(&session, static_cast<uint32_t>(id)) == 0 &&
                             tavDBMLock(&session, 44, TAVDB_LOCK_TRY) == 0;
         _exit(isDone ? 0 : 1);
@@ -280,7 +280,7 @@ TEST_F(Repair, WhatADeadProcessLeftInTheTablesIsCleared) {
               "lock.tbl: lock 1: session 1, which locked component 44, is gone (oddity): the table is made anew");
     EXPECT_FALSE(check.value->isDamaged());
     const auto registration = [&] {
-        return *findRegistration(place / "control.tbl", *describeDirectory(db).value).value;
+        return *findRegistration(place / "control.tbl", **describeDirectory(db).value).value;
     };
     ASSERT_TRUE(registration());
     const auto repaired = repairDatabase(db);

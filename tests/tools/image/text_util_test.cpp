@@ -38,6 +38,22 @@ TEST(TextUtil, FirstBadByteIsFound) {
         EXPECT_EQ(firstBadUtf8(text), offset) << text;
 }
 
+TEST(TextUtil, WordsStandBetweenAnyWhiteSpace) {
+    using Words = std::vector<std::string>;
+    EXPECT_EQ(splitWords(" a\tbc \v\f\r\n d"), (Words{"a", "bc", "d"}));
+    EXPECT_EQ(splitWords("one"), Words{"one"});
+    EXPECT_EQ(splitWords(" \n"), Words{});
+    EXPECT_EQ(splitWords(""), Words{});
+}
+
+TEST(TextUtil, PartsMayBeEmptyButNotTheLast) {
+    using Parts = std::vector<std::string>;
+    EXPECT_EQ(splitAt("a,,b", ','), (Parts{"a", "", "b"}));
+    EXPECT_EQ(splitAt(",a,", ','), (Parts{"", "a"}));
+    EXPECT_EQ(splitAt("a", ','), Parts{"a"});
+    EXPECT_EQ(splitAt("", ','), Parts{});
+}
+
 TEST(TextUtil, FoldingLeavesSingleBlanks) {
     EXPECT_EQ(foldSpace("  a \n\t b\r\n"), "a b");
     EXPECT_EQ(foldSpace(" \n "), "");

@@ -15,7 +15,7 @@ protected:
         buildText("a: {type: u8, current: 1}\n", place / "db");
         directory = openDirectory(place / "db").value;
         ASSERT_TRUE(directory);
-        auto attached = Database::attach(directory->description);
+        auto attached = Database::attach(*directory->description);
         ASSERT_TRUE(attached) << attached.error.sentence;
         database = std::move(*attached.value);
     }

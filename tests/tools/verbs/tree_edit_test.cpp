@@ -59,7 +59,7 @@ class TreeEdit : public testing::Test {
 protected:
     void SetUp() override {
         buildText(kTree, place / "db");
-        auto attached = Database::attach(openDirectory(place / "db").value->description);
+        auto attached = Database::attach(*openDirectory(place / "db").value->description);
         ASSERT_TRUE(attached) << attached.error.sentence;
         database = std::move(*attached.value);
     }
