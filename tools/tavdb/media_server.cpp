@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "media_server.h"
 
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -30,7 +30,8 @@ using image::Status;
 
 constexpr int kBacklog = 64;
 constexpr size_t kClientsMax = 900;
-constexpr int kPollMs = 250;  // a signal between a look at it and the wait is noticed this much later
+constexpr int kWaitMs = 250;  // a signal between a look at it and the wait is noticed this much later
+constexpr int kReadyMost = 64;
 
 /// A request as it came.
 struct Received {
@@ -132,6 +133,9 @@ bool isMember(int socket, const std::vector<gid_t> &groups, gid_t primary) {
 
 }  // namespace
 
+MediaServer::MediaServer(AllowedPeers allowed, bool readOnly)
+    : allowed_(std::move(allowed)), readOnly_(readOnly), watched_(epoll_create1(EPOLL_CLOEXEC)) {}
+
 MediaServer::~MediaServer() {
     for (const auto &image : images_)
         unlink(image.socketPath.c_str());
@@ -167,10 +171,18 @@ Status MediaServer::listenAt(const std::string &path, Image &image) const {
     if (!listener.isOpen() || bind(listener.get(), name, sizeof address) != 0)
         return image::faultOfError(errno, "cannot be made");
     // Whoever connects is asked who he is; the file's rights are a first fence only.
-    if (chmod(path.c_str(), allowed_.isEmpty() ? 0600 : 0666) != 0 || listen(listener.get(), kBacklog) != 0)
+    if (chmod(path.c_str(), allowed_.isEmpty() ? 0600 : 0666) != 0 || listen(listener.get(), kBacklog) != 0 ||
+        !watch(listener.get()))
         return image::faultOfError(errno, "cannot be made");
     image.listener = std::move(listener);
     return std::nullopt;
+}
+
+bool MediaServer::watch(int socket) const {
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.fd = socket;
+    return epoll_ctl(watched_.get(), EPOLL_CTL_ADD, socket, &event) == 0;
 }
 
 int MediaServer::refusalOf(int socket) const {
@@ -192,8 +204,9 @@ void MediaServer::accept(const Image &image) {
         return;
     const int refusal = refusalOf(socket.get());
     const auto greeting = refusal == 0 ? MediaReply{kMediaProtocol, 0} : failure(static_cast<uint32_t>(refusal));
-    if (send(socket.get(), greeting) && refusal == 0)
-        clients_.push_back({std::move(socket), image.file.get()});
+    const int number = socket.get();
+    if (send(number, greeting) && refusal == 0 && watch(number))
+        clients_.emplace(number, Client{std::move(socket), image.file.get()});
 }
 
 /// @return false when the connection is to end
@@ -211,35 +224,27 @@ bool MediaServer::serve(const Client &client) {
     return send(client.socket.get(), reply, received.data.data(), isRead ? std::max(reply.result, 0) : 0);
 }
 
-Status MediaServer::waitForWork(std::vector<size_t> &ready) {
-    std::vector<pollfd> waiting;
+void MediaServer::serveReady(const std::vector<int> &sockets) {
+    for (const int socket : sockets)
+        if (const auto client = clients_.find(socket); client != clients_.end() && !serve(client->second))
+            clients_.erase(client);
+    // Only then: who comes in may get the number of a socket that was closed.
     for (const auto &image : images_)
-        waiting.push_back({image.listener.get(), POLLIN, 0});
-    for (const auto &client : clients_)
-        waiting.push_back({client.socket.get(), POLLIN, 0});
-    ready.clear();
-    if (poll(waiting.data(), waiting.size(), kPollMs) < 0 && errno != EINTR)
-        return image::faultOfError(errno, "cannot wait for clients");
-    for (size_t i = 0; i < waiting.size(); i++)
-        if (waiting[i].revents != 0)
-            ready.push_back(i);
-    return std::nullopt;
+        if (std::find(sockets.begin(), sockets.end(), image.listener.get()) != sockets.end())
+            accept(image);
 }
 
 Status MediaServer::run(bool (*isEnding)()) {
-    std::vector<size_t> ready;
+    std::array<epoll_event, kReadyMost> events;
+    std::vector<int> sockets;
     while (!isEnding()) {
-        if (auto fault = waitForWork(ready))
-            return fault;
-        // From the last on: a client that goes leaves the places before it as they are.
-        std::for_each(ready.rbegin(), ready.rend(), [&](size_t place) {
-            const size_t index = place - images_.size();
-            if (place >= images_.size() && !serve(clients_[index]))
-                clients_.erase(clients_.begin() + static_cast<std::ptrdiff_t>(index));
-        });
-        for (const size_t place : ready)
-            if (place < images_.size())
-                accept(images_[place]);
+        const int count = epoll_wait(watched_.get(), events.data(), kReadyMost, kWaitMs);
+        if (count < 0 && errno != EINTR)
+            return image::faultOfError(errno, "cannot wait for clients");
+        sockets.clear();
+        for (int i = 0; i < count; i++)
+            sockets.push_back(events[static_cast<size_t>(i)].data.fd);
+        serveReady(sockets);
     }
     return std::nullopt;
 }

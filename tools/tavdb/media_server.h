@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,7 @@ struct AllowedPeers {
 
 class MediaServer {
 public:
-    explicit MediaServer(AllowedPeers allowed, bool readOnly) : allowed_(std::move(allowed)), readOnly_(readOnly) {}
+    explicit MediaServer(AllowedPeers allowed, bool readOnly);
     MediaServer(const MediaServer &) = delete;
     MediaServer &operator=(const MediaServer &) = delete;
     /// Removes the sockets.
@@ -51,16 +52,19 @@ private:
     };
 
     image::Status listenAt(const std::string &path, Image &image) const;
+    /// @return whether what comes in at a socket is seen from now on, until it is closed
+    bool watch(int socket) const;
     void accept(const Image &image);
     /// @return an error number for a peer that may not come in, or 0
     int refusalOf(int socket) const;
     bool serve(const Client &client);
-    image::Status waitForWork(std::vector<size_t> &ready);
+    void serveReady(const std::vector<int> &sockets);
 
     AllowedPeers allowed_;
     bool readOnly_;
+    image::Descriptor watched_;  ///< epoll of all listeners and clients
     std::vector<Image> images_;
-    std::vector<Client> clients_;
+    std::map<int, Client> clients_;  ///< by their sockets
 };
 
 }  // namespace tavdb::command
