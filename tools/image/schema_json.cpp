@@ -158,6 +158,9 @@ std::string formatSchema(const Schema &schema) {
 }
 
 Outcome<std::string> parseSchemaKey(std::string_view text) {
+    // Most have no escapes: the path stands there as it is.
+    if (text.find('\\') == std::string_view::npos)
+        return Outcome<std::string>::good(std::string(text.substr(1, text.size() - 2)));
     try {
         return Outcome<std::string>::good(Json::parse(text).get<std::string>());
     } catch (const Json::exception &) {

@@ -49,7 +49,7 @@ struct SchemaRead {
 };
 SchemaRead parseSchema(std::string_view text);
 
-/// The two halves of an entry's line.
+/// The two halves of an entry's line; the key in its quotes.
 Outcome<std::string> parseSchemaKey(std::string_view text);
 Outcome<SchemaEntry> parseSchemaEntry(std::string_view text, const std::string &path);
 

@@ -124,11 +124,15 @@ std::vector<std::string> splitAt(std::string_view text, char separator) {
     return parts;
 }
 
+std::string join(const std::vector<std::string> &parts, std::string_view separator) {
+    std::string text;
+    for (size_t i = 0; i < parts.size(); i++)
+        text.append(i == 0 ? std::string_view() : separator).append(parts[i]);
+    return text;
+}
+
 std::string foldSpace(std::string_view text) {
-    std::string folded;
-    for (const auto &word : splitWords(text))
-        folded += (folded.empty() ? "" : " ") + word;
-    return folded;
+    return join(splitWords(text), " ");
 }
 
 }  // namespace tavdb::image

@@ -33,6 +33,8 @@ std::vector<std::string> splitWords(std::string_view text);
 /// The parts of a text between separators. None after the last one when nothing stands there.
 std::vector<std::string> splitAt(std::string_view text, char separator);
 
+std::string join(const std::vector<std::string> &parts, std::string_view separator);
+
 /// Runs of white space become one blank, none at the ends.
 std::string foldSpace(std::string_view text);
 

@@ -34,13 +34,6 @@ std::string replaced(std::string text, std::string_view from, std::string_view t
     return text;
 }
 
-std::string joinWords(const std::vector<std::string> &words) {
-    std::string text;
-    for (const auto &word : words)
-        text += (text.empty() ? "" : " ") + word;
-    return text;
-}
-
 std::vector<std::string> commandNames(const Declarations &declarations) {
     std::vector<std::string> names;
     for (const auto &command : declarations.commands)

@@ -18,9 +18,6 @@ std::string zshCompletion(const Declarations &declarations);
 /// @return the text with every occurrence of `from` replaced
 std::string replaced(std::string text, std::string_view from, std::string_view to);
 
-/// @return the words with blanks between them
-std::string joinWords(const std::vector<std::string> &words);
-
 /// The names of all commands.
 std::vector<std::string> commandNames(const Declarations &declarations);
 

@@ -4,6 +4,8 @@
 // rest of the script is the same whatever the commands are.
 #include "completion.h"
 
+#include "image/text_util.h"
+
 namespace tavdb::command {
 
 namespace {
@@ -157,9 +159,9 @@ std::string kindText(const Argument &argument, const Declarations &declarations)
         case WordKind::program:
             return "program";
         case WordKind::command:
-            return "listed " + joinWords(commandNames(declarations));
+            return "listed " + image::join(commandNames(declarations), " ");
         case WordKind::listed:
-            return "listed " + joinWords(argument.rules.values);
+            return "listed " + image::join(argument.rules.values, " ");
         case WordKind::other:
             break;
     }
@@ -198,7 +200,7 @@ std::string kinds(const Declarations &declarations) {
     auto lines = optionKinds("", declarations.common, declarations);
     for (const auto &command : declarations.commands)
         lines += optionKinds(command.name, command.options, declarations) + operandKinds(command, declarations);
-    return lines + caseLine("' 1'", "listed " + joinWords(commandNames(declarations)));
+    return lines + caseLine("' 1'", "listed " + image::join(commandNames(declarations), " "));
 }
 
 std::string optionNames(std::vector<Argument> options, const std::vector<Argument> &others) {
@@ -206,7 +208,7 @@ std::string optionNames(std::vector<Argument> options, const std::vector<Argumen
     std::vector<std::string> names;
     for (const auto &option : options)
         names.insert(names.end(), option.names.begin(), option.names.end());
-    return joinWords(names);
+    return image::join(names, " ");
 }
 
 std::string options(const Declarations &declarations) {
@@ -221,7 +223,7 @@ std::string options(const Declarations &declarations) {
 std::string bashCompletion(const Declarations &declarations) {
     auto script = replaced(kScript, "@options@", options(declarations));
     script = replaced(script, "@kinds@", kinds(declarations));
-    script = replaced(script, "@first@", "@(" + replaced(joinWords(optionsFirstNames(declarations)), " ", "|") + ")");
+    script = replaced(script, "@first@", "@(" + image::join(optionsFirstNames(declarations), "|") + ")");
     return replaced(script, "@name@", declarations.name);
 }
 

@@ -3,6 +3,8 @@
 // same whatever the commands are, and one "complete" line for each option and operand.
 #include "completion.h"
 
+#include "image/text_util.h"
+
 namespace tavdb::command {
 
 namespace {
@@ -87,9 +89,9 @@ std::string words(const Argument &argument, const Declarations &declarations) {
         case WordKind::program:
             return " -x -a '(__fish_complete_command)'";
         case WordKind::command:
-            return " -x -a '" + joinWords(commandNames(declarations)) + "'";
+            return " -x -a '" + image::join(commandNames(declarations), " ") + "'";
         case WordKind::listed:
-            return " -x -a '" + joinWords(argument.rules.values) + "'";
+            return " -x -a '" + image::join(argument.rules.values, " ") + "'";
         case WordKind::other:
             break;
     }
@@ -141,14 +143,14 @@ std::string valuedOptions(const Declarations &declarations) {
     add("-", declarations.common);
     for (const auto &command : declarations.commands)
         add(command.name, command.options);
-    return joinWords(names);
+    return image::join(names, " ");
 }
 
 }  // namespace
 
 std::string fishCompletion(const Declarations &declarations) {
     auto script = replaced(kFunctions, "@valued@", valuedOptions(declarations));
-    script = replaced(script, "@first@", joinWords(optionsFirstNames(declarations)));
+    script = replaced(script, "@first@", image::join(optionsFirstNames(declarations), " "));
     script = replaced(script, "@name@", declarations.name);
     for (const auto &option : declarations.common)
         script += optionLine("", option, declarations);

@@ -3,6 +3,8 @@
 // the shell's own _arguments takes them, and a function that asks the database for paths.
 #include "completion.h"
 
+#include "image/text_util.h"
+
 namespace tavdb::command {
 
 namespace {
@@ -106,7 +108,7 @@ std::string action(const Argument &argument, const Declarations &declarations) {
         case WordKind::command:
             return "_" + declarations.name + "_commands";
         case WordKind::listed:
-            return "(" + joinWords(argument.rules.values) + ")";
+            return "(" + image::join(argument.rules.values, " ") + ")";
         case WordKind::other:
             break;
     }
@@ -120,7 +122,7 @@ std::string optionSpecs(const Argument &option, const Declarations &declarations
     for (const auto &name : option.names) {
         // "-d DIR" and "-dDIR"; "--directory DIR" and "--directory=DIR"
         const std::string joint = !option.takesValue() ? "" : name.starts_with("--") ? "=" : "+";
-        auto spec = "(" + joinWords(option.names) + ")" + name + joint + "[" + escaped(option.about) + "]";
+        auto spec = "(" + image::join(option.names, " ") + ")" + name + joint + "[" + escaped(option.about) + "]";
         if (option.takesValue())
             spec += ":" + escaped(option.placeholder) + ":" + action(option, declarations);
         lines += indentation + inQuotes(spec) + lineEnd;
@@ -155,7 +157,7 @@ std::string valuedCase(const Declarations &declarations) {
     for (const auto &option : declarations.common)
         if (option.takesValue())
             names.insert(names.end(), option.names.begin(), option.names.end());
-    return "            " + replaced(joinWords(names), " ", " | ") + ") ((i += 2)) ;;\n";
+    return "            " + image::join(names, " | ") + ") ((i += 2)) ;;\n";
 }
 
 std::string commandList(const Declarations &declarations) {

@@ -6,6 +6,8 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 
+#include "image/text_util.h"
+
 namespace tavdb::command {
 
 namespace {
@@ -34,7 +36,7 @@ struct Adder {
 void limit(CLI::Option &option, const Argument &argument) {
     const auto &rules = argument.rules;
     if (rules.complaint)
-        option.check(CLI::Validator(rules.complaint, "{" + CLI::detail::join(rules.values) + "}"));
+        option.check(CLI::Validator(rules.complaint, "{" + image::join(rules.values, ",") + "}"));
     else if (!rules.values.empty())
         option.check(CLI::IsMember(rules.values));
     if (rules.isNotNegative)
@@ -49,7 +51,7 @@ void limit(CLI::Option &option, const Argument &argument) {
 
 void add(CLI::App &place, const Argument &argument) {
     const auto &rules = argument.rules;
-    auto &option = *std::visit(Adder{place, CLI::detail::join(argument.names), argument.about}, argument.target);
+    auto &option = *std::visit(Adder{place, image::join(argument.names, ","), argument.about}, argument.target);
     if (argument.takesValue() && !argument.isOperand())
         option.type_name(argument.placeholder);
     if (rules.isRequired)
