@@ -79,6 +79,9 @@ CommandLine::CommandLine(std::span<const char *const> arguments)
     parser.emplace(declared);
 }
 
+// Here, next to what else every run goes through.
+CommandLine::~CommandLine() = default;
+
 void CommandLine::addHelp() {
     auto name = std::make_shared<std::string>();
     auto &command = declared.add("help", "Print how to use tavdb or one of its commands");

@@ -17,6 +17,7 @@ public:
     explicit CommandLine(std::span<const char *const> arguments = {});
     CommandLine(const CommandLine &) = delete;
     CommandLine &operator=(const CommandLine &) = delete;
+    ~CommandLine();
 
     /// Does what the arguments say, or reports what is wrong with them.
     void run(std::span<const char *const> arguments, Console &console);
