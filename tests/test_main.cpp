@@ -3,8 +3,8 @@
 // emulation and sanitizers starting one costs more than most tests, so with
 // --few-processes the program forks some that run several tests each. A test that
 // does not pass there, perhaps because it met what another one left, runs again in a
-// process of its own, and only that counts; so do all tests of a process that does
-// not end as its tests did, as one does that has lost memory.
+// process of its own, and only that counts; so do all tests of a process that
+// ends badly, as one does that has lost memory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -26,7 +26,6 @@ namespace {
 
 constexpr size_t kTestsPerProcess = 16;
 constexpr time_t kTimeoutSeconds = 300;
-constexpr int kUnfinished = -2;
 
 enum class Verdict : char { none, passed, failed, skipped };
 
@@ -39,7 +38,7 @@ Verdict verdictOf(const testing::TestInfo &test) {
     return result.Failed() ? Verdict::failed : result.Skipped() ? Verdict::skipped : Verdict::passed;
 }
 
-/// What forked processes write: the verdicts of all tests, and what the framework returned.
+/// What forked processes write: the verdicts of all tests, and whether the framework came to its end.
 class Board : public testing::EmptyTestEventListener {
 public:
     Board() {
@@ -47,16 +46,15 @@ public:
         for (int i = 0; i < unit.total_test_suite_count(); ++i)
             for (int j = 0; j < unit.GetTestSuite(i)->total_test_count(); ++j)
                 add(nameOf(*unit.GetTestSuite(i)->GetTestInfo(j)));
-        result_ = static_cast<int *>(
-            mmap(nullptr, sizeof(int) + names_.size(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-        verdicts_ = reinterpret_cast<Verdict *>(result_ + 1);
+        isFinished_ = static_cast<bool *>(
+            mmap(nullptr, sizeof(bool) + names_.size(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        verdicts_ = reinterpret_cast<Verdict *>(isFinished_ + 1);
     }
     void OnTestEnd(const testing::TestInfo &test) override {
         verdicts_[indices_.at(nameOf(test))] = verdictOf(test);
     }
-    /// What the tests of a process ended with, kUnfinished while they run.
-    int &result() {
-        return *result_;
+    bool &isFinished() {
+        return *isFinished_;
     }
     const std::vector<std::string> &names() const {
         return names_;
@@ -82,12 +80,12 @@ private:
 
     std::vector<std::string> names_;
     std::map<std::string, size_t> indices_;
-    int *result_;
+    bool *isFinished_;
     Verdict *verdicts_;
 };
 
-/// Signals are left alone: tests look at them. @return the exit status, -1 when there is none
-int waitFor(pid_t child) {
+/// Signals are left alone: tests look at them. @return whether the process ended with status 0
+bool waitFor(pid_t child) {
     const time_t end = time(nullptr) + kTimeoutSeconds;
     int status = 0;
     while (waitpid(child, &status, WNOHANG) == 0) {
@@ -95,12 +93,12 @@ int waitFor(pid_t child) {
             kill(child, SIGKILL);
         usleep(1000);
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 /// How a process ended, and what it printed.
 struct Ended {
-    bool isAsItsTests;  ///< with what they ended with
+    bool isGood;
     std::string output;
 };
 
@@ -108,22 +106,25 @@ struct Ended {
 Ended runForked(Board &board, const std::function<void()> &choose) {
     FILE *const output = std::tmpfile();
     std::fflush(nullptr);
-    board.result() = kUnfinished;
+    board.isFinished() = false;
     const pid_t child = fork();
     if (child == 0) {
         dup2(fileno(output), STDOUT_FILENO);
         dup2(fileno(output), STDERR_FILENO);
         choose();
-        board.result() = RUN_ALL_TESTS();
-        std::exit(board.result());
+        // Failed tests stand on the board. Another status than 0 is that of a sanitizer, or of a test that ended
+        // the process.
+        const int result = RUN_ALL_TESTS();
+        board.isFinished() = result == 0 || testing::UnitTest::GetInstance()->failed_test_count() > 0;
+        std::exit(0);
     }
-    const bool isAsItsTests = waitFor(child) == board.result();
+    const bool isGood = waitFor(child) && board.isFinished();
     std::rewind(output);
     std::string text;
     for (int c = std::fgetc(output); c != EOF; c = std::fgetc(output))
         text += static_cast<char>(c);
     std::fclose(output);
-    return {isAsItsTests, text};
+    return {isGood, text};
 }
 
 void runTogether(Board &board) {
@@ -134,7 +135,7 @@ void runTogether(Board &board) {
             setenv("GTEST_TOTAL_SHARDS", std::to_string(processes).c_str(), 1);
             setenv("GTEST_SHARD_INDEX", std::to_string(i).c_str(), 1);
         });
-        if (!ended.isAsItsTests)
+        if (!ended.isGood)
             board.restore(before);
     }
 }
@@ -143,7 +144,7 @@ void runApart(Board &board, size_t index) {
     const std::string &name = board.names()[index];
     board[index] = Verdict::failed;  // unless its process lives to say otherwise
     const Ended ended = runForked(board, [&] { GTEST_FLAG_SET(filter, name); });
-    if (!ended.isAsItsTests)
+    if (!ended.isGood)
         board[index] = Verdict::failed;
     if (board[index] != Verdict::passed)
         std::printf("%s %s\n%s", board[index] == Verdict::skipped ? "SKIPPED" : "FAILED", name.c_str(),
