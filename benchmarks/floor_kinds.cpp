@@ -48,7 +48,8 @@ private:
         struct stat status = {};
         fstat(fd, &status);
         sizes_[i] = static_cast<size_t>(status.st_size);
-        void *const image = mmap(nullptr, sizes_[i], PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        // its pages at hand, as those of media that are open for long
+        void *const image = mmap(nullptr, sizes_[i], PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0);
         close(fd);
         if (image == MAP_FAILED)
             giveUp("cannot map " + path);

@@ -113,7 +113,8 @@ void addProcesses(const Directory &directory) {
         benchmark::RegisterBenchmark(
             nameOf(std::string("processes, ") + one.name, directory.media(), directory.settings()).c_str(),
             [&directory, one](auto &state) { runRounds(state, directory, one.readers, one.writers); })
-            ->UseManualTime();
+            ->UseManualTime()
+            ->Repetitions(kFewRounds);
 }
 
 }  // namespace tavdb_benchmark

@@ -4,8 +4,12 @@
 
     table.py OUTPUT.json GROUP.json...
 
-A figure is the median of its repetitions; behind it stands half the distance between the quartiles, in percent.
+A figure is the median of its rounds; behind it stands half the distance between the quartiles, in percent.
 It is the processor's time, but the time that passes where a workload waits for a device or another process.
+
+A ratio is the median of the ratios of rounds: the first round of one with the first of the other, and so on. Rounds
+run in a shuffled order, so that those of a pair lie near each other, and what slows the machine down for a while slows
+both of them down.
 """
 
 import json
@@ -53,13 +57,18 @@ STORES = ["memory", "LMDB", "LMDB in one snapshot", "tdb", "tdb with mutexes", "
 SIZES = ["500", "5000", "50000"]
 
 
+def median_and_spread(numbers):
+    """The spread is in percent of the median."""
+    median = statistics.median(numbers)
+    low, _, high = statistics.quantiles(numbers, n=4) if len(numbers) > 1 else (median,) * 3
+    return median, (high - low) / 2 / median * 100
+
+
 class Figure:
     def __init__(self, runs):
         waits = runs[0]["name"].endswith(("/real_time", "/manual_time"))
-        times = sorted(run["real_time" if waits else "cpu_time"] * UNITS[run["time_unit"]] for run in runs)
-        self.seconds = statistics.median(times)
-        low, _, high = statistics.quantiles(times, n=4) if len(times) > 1 else (times[0],) * 3
-        self.spread = (high - low) / 2 / self.seconds * 100
+        self.rounds = [run["real_time" if waits else "cpu_time"] * UNITS[run["time_unit"]] for run in runs]
+        self.seconds, self.spread = median_and_spread(self.rounds)
         self.memory_kib = max(run.get("memory_kib", 0) for run in runs)
         self.shortest_seconds = min(run.get("shortest_seconds", 0) for run in runs)
         self.processor_seconds = statistics.median(run.get("processor_seconds", 0) for run in runs)
@@ -108,10 +117,10 @@ def print_ratios(figures):
         if ours not in figures or other not in figures:
             continue
         pair = (figures[ours], figures[other]) if relation == TIMES_SLOWER else (figures[other], figures[ours])
-        ratio = pair[0].seconds / pair[1].seconds
+        ratio, spread = median_and_spread([long / short for long, short in zip(pair[0].rounds, pair[1].rounds)])
         met = goal is None or (ratio <= goal if relation == TIMES_SLOWER else ratio >= goal)
         wanted = "" if goal is None else f"{'at most' if relation == TIMES_SLOWER else 'at least'} {goal:g}"
-        rows.append([name, relation, other.split("/")[1], f"{ratio:.2f}", wanted, "" if met else "missed"])
+        rows.append([name, relation, other.split("/")[1], f"{ratio:.2f} ±{spread:.0f} %", wanted, "" if met else "missed"])
     print_table("Ratios", ["", "is", "", "ratio", "goal", ""], rows)
 
 

@@ -56,14 +56,14 @@ void addTree(Device &device) {
     add(nameOf("walk and read all", media, settings), [&device, settings](auto &state) {
         const uint32_t root = tavDBMGetRoot(device.session());
         measure(state, [&] { return readAll(device.session(), root) == settings; });
-    });
+    })->Repetitions(kFewRounds);
     add(nameOf("factory reset of all", media, settings), [&device](auto &state) {
         const uint32_t root = tavDBMGetRoot(device.session());
         measure(state, [&] {
             return tavDBMFactoryToDefault(device.session(), root) == TAVDB_OK &&
                    tavDBMDefaultToCurrent(device.session(), root) == TAVDB_OK;
         });
-    });
+    })->Repetitions(kFewRounds);
     add(nameOf("make and delete", media, settings), [&device](auto &state) {
         const uint32_t group = tavDBMGetParent(device.session(), device.leaf(0));
         measure(state, [&] { return makeAndDelete(device.session(), group); });

@@ -16,6 +16,9 @@ namespace tavdb_benchmark {
 
 using Body = std::function<void(benchmark::State &)>;
 
+/// Of workloads that take long once; the others run as often as the command line says.
+constexpr int kFewRounds = 9;
+
 inline std::string nameOf(const std::string &what, const std::string &who, uint32_t settings) {
     return what + '/' + who + '/' + std::to_string(settings);
 }

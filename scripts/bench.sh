@@ -4,12 +4,13 @@
 # Installs what is missing, other stores to compare with among it (as root).
 #   scripts/bench.sh [--quick] [GROUP...]    default: all groups of tavdb_benchmark
 # Every figure goes to build/release/benchmarks/figures.json, all runs of a group
-# to GROUP.json beside it. --quick repeats less, for a first look.
+# to GROUP.json beside it. --quick runs fewer rounds, for a first look.
 . "$(dirname "$0")/common.sh"
 
-repetitions=31 seconds=0.02
+# many short rounds: what slows the machine down for a while then hits few of them
+rounds=101 seconds=0.006
 if [ "${1:-}" = --quick ]; then
-    repetitions=5 seconds=0.01
+    rounds=5
     shift
 fi
 
@@ -29,8 +30,8 @@ log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 for group in "${groups[@]}"; do
     say "measuring $group"
-    # in rounds that are shuffled, so that what slows the machine down for a while hits all alike
-    "$program" "$group" --benchmark_enable_random_interleaving=true --benchmark_repetitions=$repetitions \
+    # shuffled, so that it hits all alike
+    "$program" "$group" --benchmark_enable_random_interleaving=true --benchmark_repetitions=$rounds \
         --benchmark_min_time=$seconds --benchmark_out="$results/$group.json" >"$log" 2>&1 || { cat "$log" >&2; die "the group $group failed"; }
     files+=("$results/$group.json")
 done
