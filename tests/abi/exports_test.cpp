@@ -20,7 +20,6 @@ using testing::IsEmpty;
 using Names = std::set<std::string>;
 
 const std::string kLibraries = TAVDB_TEST_LIBRARIES;
-const std::string kSource = TAVDB_TEST_SOURCE;
 
 std::string libraryPath(const std::string &name) {
     return kLibraries + "/lib" + name + ".so.1";
@@ -49,7 +48,7 @@ Names exportedByPort() {
 
 /// What libtavdb is to export.
 Names listed() {
-    std::ifstream file(kSource + "/src/tavdb.map");
+    std::ifstream file(TAVDB_TEST_SOURCE "/src/tavdb.map");
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line) && line.find("local:") == std::string::npos;)
         lines.push_back(line);
@@ -58,7 +57,7 @@ Names listed() {
 
 Names declaredIn(const std::string &header) {
     const auto output =
-        runCommand("'" TAVDB_TEST_C_COMPILER "' -std=c11 -E -P '" + kSource + "/include/" + header + "'");
+        runCommand("'" TAVDB_TEST_C_COMPILER "' -std=c11 -E -P '" TAVDB_TEST_SOURCE "/include/" + header + "'");
     EXPECT_EQ(output.status, 0);
     std::string text;
     for (const std::string &line : output.lines)
@@ -97,7 +96,7 @@ TEST(ExportedSymbols, OfThePortAreWhatThePlatformHeadersDeclare) {
 }
 
 TEST(ExportedSymbols, AreAllCalledFromC) {
-    std::ifstream source(kSource + "/tests/abi/every_function.c");
+    std::ifstream source(TAVDB_TEST_SOURCE "/tests/abi/every_function.c");
     std::vector<std::string> lines;
     for (std::string line; std::getline(source, line);)
         lines.push_back(line);

@@ -18,8 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 
-const std::string kSource = TAVDB_TEST_SOURCE;
-
 class Readme : public testing::Test {
 protected:
     Readme() {
@@ -46,24 +44,24 @@ protected:
 };
 
 TEST_F(Readme, ExampleCompilesAndRuns) {
-    const std::string example = readmeBlock(kSource, "c");
+    const std::string example = readmeBlock(TAVDB_TEST_SOURCE, "c");
     ASSERT_NE(example.find("tavDBMInit"), std::string::npos);
     ASSERT_NE(example.find(kReadmePlace), std::string::npos);
     write("example.c", withPlace(example, database()));
     const std::string sanitize = TAVDB_TEST_SANITIZE[0] != '\0' ? " -fsanitize=" TAVDB_TEST_SANITIZE : "";
     const auto compiled = runCommand(
         "cd '" + folder.string() + "' && '" TAVDB_TEST_C_COMPILER "' -std=c11 -Wall -Wextra -Wpedantic -Werror" +
-        sanitize + " example.c -I'" + kSource + "/include' -L'" TAVDB_TEST_LIBRARIES "' -ltavdb -o example " +
+        sanitize + " example.c -I'" TAVDB_TEST_SOURCE "/include' -L'" TAVDB_TEST_LIBRARIES "' -ltavdb -o example " +
         "-Wl,-rpath,'" TAVDB_TEST_LIBRARIES "'");
     ASSERT_EQ(compiled.status, 0);
-    ASSERT_EQ(build(kSource + "/examples/gateway/gateway.yaml"), 0);
+    ASSERT_EQ(build(TAVDB_TEST_SOURCE "/examples/gateway/gateway.yaml"), 0);
     const auto run = runCommand(TAVDB_TEST_EMULATOR " '" + (folder / "example").string() + "'");
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.lines, ElementsAre("20000 is refused with code 67", "the MTU is 1492 now"));
 }
 
 TEST_F(Readme, DescriptionBuildsAndItsCommandsDoWhatTheySay) {
-    write("gateway.yaml", readmeBlock(kSource, "yaml"));
+    write("gateway.yaml", readmeBlock(TAVDB_TEST_SOURCE, "yaml"));
     ASSERT_EQ(build(folder / "gateway.yaml"), 0);
     setenv("TAVDB_DIR", database().c_str(), 1);
     const std::string command = TAVDB_TEST_EMULATOR " '" TAVDB_TEST_COMMAND "' ";

@@ -21,6 +21,9 @@
 namespace tavdb_test {
 
 /// Names the rows of a table of tests by their member `name`.
+/// As many as the table of a database has room for.
+inline constexpr uint32_t kSessions = 1023;
+
 inline constexpr auto byName = [](const auto &row) { return std::string(row.param.name); };
 
 /// first, first + 1, ... last

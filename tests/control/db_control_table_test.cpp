@@ -270,17 +270,17 @@ TEST_F(ControlTable, ThePrimitivesDoNothingWithoutATable) {
 }
 
 /// Words of the table that a damage puts to a wrong value.
-struct Damage {
+struct ControlDamage {
     const char *name;
     std::function<void(tavDBMControlTable &)> apply;
 };
 
-void PrintTo(const Damage &damage, std::ostream *stream) {
+void PrintTo(const ControlDamage &damage, std::ostream *stream) {
     *stream << damage.name;
 }
 
 /// Three databases in use (3, 2, 1 in list order), then the damage.
-class DamagedControlTable : public ControlTable, public testing::WithParamInterface<Damage> {
+class DamagedControlTable : public ControlTable, public testing::WithParamInterface<ControlDamage> {
 protected:
     void SetUp() override {
         ControlTable::SetUp();
@@ -292,19 +292,19 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(
     Control, DamagedControlTable,
-    testing::Values(Damage{"UsedListIsALoop", [](auto &table) { table.entry[1].next = 3; }},
-                    Damage{"UsedEntryFollowsItself", [](auto &table) { table.entry[3].next = 3; }},
-                    Damage{"UsedHeadIsBeyondTheTable", [](auto &table) { table.usedHead = 33; }},
-                    Damage{"UsedHeadIsTheUnusedEntry", [](auto &table) { table.usedHead = 32; }},
-                    Damage{"UsedHeadIsHuge", [](auto &table) { table.usedHead = 0xFFFFFFFF; }},
-                    Damage{"UsedLinkIsHuge", [](auto &table) { table.entry[3].next = 0x80000001; }},
-                    Damage{"FreeHeadIsHuge", [](auto &table) { table.freeHead = 0xFFFFFFFF; }},
-                    Damage{"FreeLinkIsHuge", [](auto &table) { table.entry[4].next = 0xFFFFFFFF; }},
-                    Damage{"FreeTailIsHuge", [](auto &table) { table.freeTail = 0xFFFFFFFF; }},
-                    Damage{"FreeListIsALoop", [](auto &table) { table.entry[31].next = 4; }},
-                    Damage{"FreeListRunsIntoTheUsedOne", [](auto &table) { table.entry[4].next = 3; }},
-                    Damage{"EverythingIsSet", [](auto &table) { memset(&table, 0xFF, sizeof table); }},
-                    Damage{"EverythingIsCleared", [](auto &table) { memset(&table, 0, sizeof table); }}),
+    testing::Values(ControlDamage{"UsedListIsALoop", [](auto &table) { table.entry[1].next = 3; }},
+                    ControlDamage{"UsedEntryFollowsItself", [](auto &table) { table.entry[3].next = 3; }},
+                    ControlDamage{"UsedHeadIsBeyondTheTable", [](auto &table) { table.usedHead = 33; }},
+                    ControlDamage{"UsedHeadIsTheUnusedEntry", [](auto &table) { table.usedHead = 32; }},
+                    ControlDamage{"UsedHeadIsHuge", [](auto &table) { table.usedHead = 0xFFFFFFFF; }},
+                    ControlDamage{"UsedLinkIsHuge", [](auto &table) { table.entry[3].next = 0x80000001; }},
+                    ControlDamage{"FreeHeadIsHuge", [](auto &table) { table.freeHead = 0xFFFFFFFF; }},
+                    ControlDamage{"FreeLinkIsHuge", [](auto &table) { table.entry[4].next = 0xFFFFFFFF; }},
+                    ControlDamage{"FreeTailIsHuge", [](auto &table) { table.freeTail = 0xFFFFFFFF; }},
+                    ControlDamage{"FreeListIsALoop", [](auto &table) { table.entry[31].next = 4; }},
+                    ControlDamage{"FreeListRunsIntoTheUsedOne", [](auto &table) { table.entry[4].next = 3; }},
+                    ControlDamage{"EverythingIsSet", [](auto &table) { memset(&table, 0xFF, sizeof table); }},
+                    ControlDamage{"EverythingIsCleared", [](auto &table) { memset(&table, 0, sizeof table); }}),
     byName);
 
 TEST_P(DamagedControlTable, EndsNoProcessAndHangsNone) {

@@ -34,12 +34,12 @@ struct SmallTable {
 int builds;
 int mends;
 
-struct Record {
+struct MappedRecord {
     TableFailure failure;
     int32_t fd;
     int error;
 };
-std::vector<Record> records;
+std::vector<MappedRecord> records;
 
 void build(void *table) {
     builds++;

@@ -19,7 +19,7 @@ using testing::IsEmpty;
 using Lines = std::vector<std::string>;
 using Function = int32_t (*)(tavDBMSemaphoreSet *set);
 
-constexpr int32_t kCode = 0x1234;
+constexpr int32_t kOddCode = 0x1234;
 
 /// A set of semaphores of the test's own; the fake platform numbers its handles.
 class Semaphores : public ControlFixture {
@@ -66,7 +66,7 @@ class FailedCreationOf : public ControlFixture, public testing::WithParamInterfa
 protected:
     void SetUp() override {
         ControlFixture::SetUp();
-        faultPlan().add({.operation = GetParam().operation, .fault = returning(kCode)});
+        faultPlan().add({.operation = GetParam().operation, .fault = returning(kOddCode)});
         code_ = misc_getSems(&set_, "/some/table");
     }
 
@@ -78,19 +78,20 @@ INSTANTIATE_TEST_SUITE_P(
     Semaphores, FailedCreationOf,
     testing::Values(Creation{"Mutex",
                              Operation::mutexCreate,
-                             {errorLine("misc_getSems", 111, {kCode}), errorLine("misc_getSems", 138, {kCode})},
+                             {errorLine("misc_getSems", 111, {kOddCode}), errorLine("misc_getSems", 138, {kOddCode})},
                              false,
                              false},
                     Creation{"Count",
                              Operation::countCreate,
-                             {errorLine("misc_getSems", 101, {kCode}), errorLine("misc_getSems", 138, {kCode})},
+                             {errorLine("misc_getSems", 101, {kOddCode}), errorLine("misc_getSems", 138, {kOddCode})},
                              true,
                              false},
-                    Creation{"Event", Operation::eventCreate, {errorLine("misc_getSems", 126, {kCode})}, true, true}),
+                    Creation{
+                        "Event", Operation::eventCreate, {errorLine("misc_getSems", 126, {kOddCode})}, true, true}),
     byName);
 
 TEST_P(FailedCreationOf, GivesThePlatformsCodeAndItsLines) {
-    EXPECT_EQ(code_, kCode);
+    EXPECT_EQ(code_, kOddCode);
     EXPECT_TRUE(fakeTrace().errorsAre(GetParam().lines));
 }
 
@@ -154,7 +155,7 @@ protected:
         return GetParam().function(&set_);
     }
     int32_t callWithFault() {
-        faultPlan().add({.operation = GetParam().operation, .fault = returning(kCode)});
+        faultPlan().add({.operation = GetParam().operation, .fault = returning(kOddCode)});
         return call();
     }
     static uint32_t counter(const char *name) {
@@ -180,7 +181,8 @@ TEST_P(EachWrapper, ASuccessTracesNothing) {
 
 TEST_P(EachWrapper, AFailureIsTracedWithCodeAndHandle) {
     callWithFault();
-    EXPECT_TRUE(fakeTrace().onlyError(errorLine(GetParam().name, GetParam().site, {kCode, set_.*GetParam().handle})));
+    EXPECT_TRUE(
+        fakeTrace().onlyError(errorLine(GetParam().name, GetParam().site, {kOddCode, set_.*GetParam().handle})));
 }
 
 TEST_P(EachWrapper, MovesItsOwnCounterByThreeAndNoOther) {
@@ -208,13 +210,13 @@ INSTANTIATE_TEST_SUITE_P(Semaphores, PassingWrapper,
                          byName);
 
 TEST_P(PassingWrapper, GivesThePlatformsCodeUnchanged) {
-    EXPECT_EQ(callWithFault(), kCode);
+    EXPECT_EQ(callWithFault(), kOddCode);
 }
 
 TEST_F(Semaphores, DeliberatelyAFailedWaitForTheEventIsASuccess) {
-    faultPlan().add({.operation = Operation::eventWait, .fault = returning(kCode)});
+    faultPlan().add({.operation = Operation::eventWait, .fault = returning(kOddCode)});
     EXPECT_EQ(misc_waitEvent(&set_), 0);
-    EXPECT_TRUE(fakeTrace().onlyError(errorLine("misc_waitEvent", 314, {kCode, set_.event})));
+    EXPECT_TRUE(fakeTrace().onlyError(errorLine("misc_waitEvent", 314, {kOddCode, set_.event})));
 }
 
 TEST_F(Semaphores, DeliberatelyAResetOfTheEventPostsIt) {

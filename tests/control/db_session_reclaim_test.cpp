@@ -18,7 +18,6 @@ namespace {
 
 using testing::IsEmpty;
 
-constexpr uint32_t kSessions = 1023;
 constexpr int32_t kReferences = 3;
 
 /// The id of a process that is no more.

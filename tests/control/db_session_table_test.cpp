@@ -18,8 +18,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t kSessions = 1023;
-
 class SessionTable : public ControlFixture {
 protected:
     void SetUp() override {
@@ -299,17 +297,17 @@ TEST_F(SessionShow, AfterTheDetachOnlyALineEndIsLeft) {
 }
 
 /// Words of the table that a damage puts to a wrong value.
-struct Damage {
+struct SessionDamage {
     const char *name;
     std::function<void(tavDBMSessionTable &)> apply;
 };
 
-void PrintTo(const Damage &damage, std::ostream *stream) {
+void PrintTo(const SessionDamage &damage, std::ostream *stream) {
     *stream << damage.name;
 }
 
 /// Three sessions open (3, 2, 1 in list order), then the damage.
-class DamagedSessionTable : public SessionShow, public testing::WithParamInterface<Damage> {
+class DamagedSessionTable : public SessionShow, public testing::WithParamInterface<SessionDamage> {
 protected:
     void SetUp() override {
         SessionShow::SetUp();
@@ -321,20 +319,20 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(
     Sessions, DamagedSessionTable,
-    testing::Values(Damage{"SessionListIsALoop", [](auto &table) { table.slot[1].next = 3; }},
-                    Damage{"SlotFollowsItself", [](auto &table) { table.slot[3].next = 3; }},
-                    Damage{"SessionHeadIsTheUnusedSlot", [](auto &table) { table.sessionHead = 1024; }},
-                    Damage{"SessionHeadIsBeyondTheTable", [](auto &table) { table.sessionHead = 1025; }},
-                    Damage{"SessionHeadIsHuge", [](auto &table) { table.sessionHead = 0xFFFFFFFF; }},
-                    Damage{"SessionLinkIsHuge", [](auto &table) { table.slot[3].next = 0x80000001; }},
-                    Damage{"FreeHeadIsHuge", [](auto &table) { table.freeHead = 0xFFFFFFFF; }},
-                    Damage{"FreeLinkIsHuge", [](auto &table) { table.slot[4].next = 0xFFFFFFFF; }},
-                    Damage{"FreeTailIsHuge", [](auto &table) { table.freeTail = 0xFFFFFFFF; }},
-                    Damage{"FreeListIsALoop", [](auto &table) { table.slot[1023].next = 4; }},
-                    Damage{"FreeListRunsIntoTheSessions", [](auto &table) { table.slot[4].next = 3; }},
-                    Damage{"ProcessIdsAreNegative", [](auto &table) { table.slot[2].processId = INT32_MIN; }},
-                    Damage{"EverythingIsSet", [](auto &table) { memset(&table, 0xFF, sizeof table); }},
-                    Damage{"EverythingIsCleared", [](auto &table) { memset(&table, 0, sizeof table); }}),
+    testing::Values(SessionDamage{"SessionListIsALoop", [](auto &table) { table.slot[1].next = 3; }},
+                    SessionDamage{"SlotFollowsItself", [](auto &table) { table.slot[3].next = 3; }},
+                    SessionDamage{"SessionHeadIsTheUnusedSlot", [](auto &table) { table.sessionHead = 1024; }},
+                    SessionDamage{"SessionHeadIsBeyondTheTable", [](auto &table) { table.sessionHead = 1025; }},
+                    SessionDamage{"SessionHeadIsHuge", [](auto &table) { table.sessionHead = 0xFFFFFFFF; }},
+                    SessionDamage{"SessionLinkIsHuge", [](auto &table) { table.slot[3].next = 0x80000001; }},
+                    SessionDamage{"FreeHeadIsHuge", [](auto &table) { table.freeHead = 0xFFFFFFFF; }},
+                    SessionDamage{"FreeLinkIsHuge", [](auto &table) { table.slot[4].next = 0xFFFFFFFF; }},
+                    SessionDamage{"FreeTailIsHuge", [](auto &table) { table.freeTail = 0xFFFFFFFF; }},
+                    SessionDamage{"FreeListIsALoop", [](auto &table) { table.slot[1023].next = 4; }},
+                    SessionDamage{"FreeListRunsIntoTheSessions", [](auto &table) { table.slot[4].next = 3; }},
+                    SessionDamage{"ProcessIdsAreNegative", [](auto &table) { table.slot[2].processId = INT32_MIN; }},
+                    SessionDamage{"EverythingIsSet", [](auto &table) { memset(&table, 0xFF, sizeof table); }},
+                    SessionDamage{"EverythingIsCleared", [](auto &table) { memset(&table, 0, sizeof table); }}),
     byName);
 
 TEST_P(DamagedSessionTable, EndsNoProcessAndHangsNone) {

@@ -20,7 +20,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr int32_t kCode = platformCode(EIO);
-constexpr uint32_t kSessions = 1023;
 
 /// Attached, with a root; sessions are opened by the tests.
 class Session : public ControlFixture {

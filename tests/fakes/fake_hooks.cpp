@@ -16,7 +16,7 @@ namespace tavdb_test {
 
 namespace {
 
-constexpr char kFake[] = "hook library";
+constexpr char kHooks[] = "hook library";
 
 template <HookPhase Phase>
 int32_t readyFunction(uint32_t valueKey, void *data, int32_t *length) {
@@ -94,7 +94,7 @@ const tavDBMHook *FakeHooks::get(const tavDBMSession *session, uint32_t hookId) 
     const ErrnoKeeper keeper;
     const std::lock_guard guard(mutex_);
     if (session == nullptr || hookId == 0)
-        reportMisuse(kFake, session == nullptr ? "a hook was asked for without a session" : "hook 0 was asked for");
+        reportMisuse(kHooks, session == nullptr ? "a hook was asked for without a session" : "hook 0 was asked for");
     const auto found = hooks_.find(hookId);
     eventLog().add({.operation = Operation::hookGet, .subject = std::to_string(hookId), .argument = hookId});
     return found != hooks_.end() ? &found->second : nullptr;
@@ -104,7 +104,7 @@ int32_t FakeHooks::call(const HookCall &call) {
     ErrnoKeeper keeper;
     Event event{.operation = Operation::hookCall, .subject = nameOf(call.phase), .offset = call.valueKey};
     if (call.length == nullptr || call.data == nullptr)
-        reportMisuse(kFake, "a hook was called without " + std::string(call.data == nullptr ? "data" : "a length"));
+        reportMisuse(kHooks, "a hook was called without " + std::string(call.data == nullptr ? "data" : "a length"));
     event.length = call.length != nullptr ? *call.length : 0;
     event.details = std::to_string(call.valueKey) + ' ' + std::to_string(event.length);
     applyPlan(event);

@@ -16,7 +16,7 @@ namespace tavdb_test {
 
 namespace {
 
-constexpr char kFake[] = "media";
+constexpr char kMedia[] = "media";
 
 void refuse(Event &event, int32_t error, int64_t result = -1) {
     event.result = result;
@@ -31,7 +31,7 @@ void applyFault(Event &event, const Fault &fault) {
 /// The end of every media function: an error number goes to the caller's word, the event to the log.
 int32_t finish(Event &event, uint32_t *err) {
     if (err == nullptr)
-        reportMisuse(kFake, textOf(event) + ": there is no word for an error number");
+        reportMisuse(kMedia, textOf(event) + ": there is no word for an error number");
     else if (event.failed && event.error != 0)
         *err = static_cast<uint32_t>(event.error);
     eventLog().add(event);
@@ -41,7 +41,7 @@ int32_t finish(Event &event, uint32_t *err) {
 bool isSoundTransfer(Event &event, const void *buffer) {
     if (event.length >= 0 && (buffer != nullptr || event.length == 0))
         return true;
-    reportMisuse(kFake, textOf(event) + (event.length < 0 ? ": a negative length" : ": no buffer"));
+    reportMisuse(kMedia, textOf(event) + (event.length < 0 ? ": a negative length" : ": no buffer"));
     refuse(event, EINVAL);
     return false;
 }
@@ -59,7 +59,7 @@ void FakeMedia::createForRecords(const std::string &hint, uint32_t size) {
     Bytes content =
         bytesOf(kPreparer[0], kPreparer[1], kNoRoot, kHeaderSize, kNoNextBlock, uint32_t(size - kHeaderSize));
     if (size < content.size())
-        return reportMisuse(kFake, "a medium of records needs " + std::to_string(content.size()) + " bytes");
+        return reportMisuse(kMedia, "a medium of records needs " + std::to_string(content.size()) + " bytes");
     content.resize(size);
     create(hint, std::move(content), size);
 }
@@ -126,7 +126,7 @@ size_t FakeMedia::sizeOf(const std::string &hint) const {
 Bytes FakeMedia::bytesAt(const std::string &hint, size_t offset, size_t length) const {
     const Bytes all = snapshot(hint);
     if (offset > all.size() || length > all.size() - offset) {
-        reportMisuse(kFake, "the test looks beyond the end of " + hint);
+        reportMisuse(kMedia, "the test looks beyond the end of " + hint);
         return Bytes(length);
     }
     const auto first = all.begin() + static_cast<std::ptrdiff_t>(offset);
@@ -139,7 +139,7 @@ void FakeMedia::setBytesAt(const std::string &hint, size_t offset, const Bytes &
     if (medium == nullptr)
         return;
     if (offset + bytes.size() > kLargestMedium)
-        return reportMisuse(kFake, "the test writes far beyond the end of " + hint);
+        return reportMisuse(kMedia, "the test writes far beyond the end of " + hint);
     if (medium->bytes.size() < offset + bytes.size())
         medium->bytes.resize(offset + bytes.size());
     std::copy(bytes.begin(), bytes.end(), medium->bytes.begin() + static_cast<std::ptrdiff_t>(offset));
@@ -165,7 +165,7 @@ const FakeMedia::Medium *FakeMedia::mediumOf(const std::string &hint) const {
     const auto found = media_.find(hint);
     if (found != media_.end())
         return &found->second;
-    reportMisuse(kFake, "the test names a medium that it did not create: " + hint);
+    reportMisuse(kMedia, "the test names a medium that it did not create: " + hint);
     return nullptr;
 }
 
@@ -218,8 +218,8 @@ FakeMedia::Descriptor *FakeMedia::find(Event &event) {
     }
     if (!injected_.contains(event.fd)) {
         const bool closed = event.fd >= 0 && event.fd < nextDescriptor_;
-        reportMisuse(kFake, textOf(event) + " on descriptor " + std::to_string(event.fd) +
-                                (closed ? ", which is closed" : ", which was never open"));
+        reportMisuse(kMedia, textOf(event) + " on descriptor " + std::to_string(event.fd) +
+                                 (closed ? ", which is closed" : ", which was never open"));
     }
     refuse(event, EBADF);
     return nullptr;

@@ -26,7 +26,7 @@ namespace tavdb_test {
 
 namespace {
 
-constexpr char kFake[] = "memory";
+constexpr char kMemory[] = "memory";
 // The address sanitizer sees a write past the end itself, and at once, when nothing stands behind the block.
 constexpr uint32_t kGuardBytes = TAVDB_TEST_ASAN ? 0 : 16;
 // It also sees the use of a freed block, when the block is really freed.
@@ -91,7 +91,7 @@ void FakeMemory::checkFreedBlocks() {
     for (const Block &block : freed_) {
         if (isFilled(block.address, 0, block.size, kFreedByte))
             continue;
-        reportMisuse(kFake, "a freed block of " + bytesText(block.size) + " was written to");
+        reportMisuse(kMemory, "a freed block of " + bytesText(block.size) + " was written to");
         memset(block.address, kFreedByte, block.size);
     }
 }
@@ -126,7 +126,7 @@ void *FakeMemory::allocate(uint32_t size) {
 int32_t FakeMemory::release(int32_t part, void *block) {
     const ErrnoKeeper keeper;
     if (part != 0)
-        reportMisuse(kFake, "memory given back with part " + std::to_string(part) + " instead of 0");
+        reportMisuse(kMemory, "memory given back with part " + std::to_string(part) + " instead of 0");
     uint32_t size = 0;
     if (!takeOut(block, size))
         return platformCode(EINVAL);
@@ -142,13 +142,13 @@ bool FakeMemory::takeOut(void *block, uint32_t &size) {
     if (found == home.end()) {
         const bool again =
             std::any_of(freed_.begin(), freed_.end(), [&](const Block &b) { return b.address == block; });
-        reportMisuse(kFake, again ? "a block was freed twice" : "a block was freed that is not allocated");
+        reportMisuse(kMemory, again ? "a block was freed twice" : "a block was freed that is not allocated");
         return false;
     }
     size = found->second;
     home.erase(found);
     if (!isFilled(block, size, kGuardBytes, kGuardByte))
-        reportMisuse(kFake, "a block of " + bytesText(size) + " was written past its end");
+        reportMisuse(kMemory, "a block of " + bytesText(size) + " was written past its end");
     return true;
 }
 
@@ -165,7 +165,7 @@ void FakeMemory::keepFreed(Block block) {
 
 void FakeMemory::letGo(Block block) {
     if (!isFilled(block.address, 0, block.size, kFreedByte))
-        reportMisuse(kFake, "a freed block of " + bytesText(block.size) + " was written to");
+        reportMisuse(kMemory, "a freed block of " + bytesText(block.size) + " was written to");
     freedBytes_ -= block.size;
     free(block.address);
 }

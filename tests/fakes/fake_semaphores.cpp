@@ -16,7 +16,7 @@ namespace tavdb_test {
 
 namespace {
 
-constexpr char kFake[] = "semaphores";
+constexpr char kSemaphores[] = "semaphores";
 constexpr uint32_t kCreationsOfATable = 3;
 constexpr std::chrono::milliseconds kLongestHold = std::chrono::seconds(20);
 constexpr uint32_t kMostWaitsForAPost = 1000;
@@ -92,10 +92,10 @@ void FakeSemaphores::announce(const char *path, int32_t fd) {
     const ErrnoKeeper keeper;
     const Lock lock(mutex_);
     if (path == nullptr)
-        return reportMisuse(kFake, "a table was announced without its path");
+        return reportMisuse(kSemaphores, "a table was announced without its path");
     const std::string table = nameInHome(path);
     if (fcntl(fd, F_GETFD) == -1)
-        reportMisuse(kFake, table + " was announced with a descriptor that is not open");
+        reportMisuse(kSemaphores, table + " was announced with a descriptor that is not open");
     announced_[std::this_thread::get_id()] = {table, kCreationsOfATable};
     eventLog().add({.operation = Operation::semAnnounce, .subject = table, .fd = fd});
 }
@@ -105,7 +105,7 @@ int32_t FakeSemaphores::create(Kind kind, uint32_t *handle, int32_t option, int3
     const Lock lock(mutex_);
     const KindTraits traits = creationOf(kind);
     if (handle == nullptr || option != 0 || initial != traits.initial) {
-        reportMisuse(kFake, "an object was created with wrong arguments");
+        reportMisuse(kSemaphores, "an object was created with wrong arguments");
         return platformCode(EINVAL);
     }
     const uint32_t object = objectFor(kind);
@@ -143,7 +143,7 @@ FakeSemaphores::Object *FakeSemaphores::find(uint32_t handle, Kind kind) {
     if (found != objects_.end() && found->second.kind == kind)
         return &found->second;
     if (handle != 0)
-        reportMisuse(kFake, "handle " + std::to_string(handle) + " is none, or not of the kind that was used");
+        reportMisuse(kSemaphores, "handle " + std::to_string(handle) + " is none, or not of the kind that was used");
     return nullptr;
 }
 
@@ -182,13 +182,13 @@ int32_t FakeSemaphores::take(Object &mutex, int32_t timeoutMs, Lock &lock) {
     if (!isFree() && timeoutMs == 0)
         return platformCode(EBUSY);
     if (mutex.owner == std::this_thread::get_id()) {
-        reportMisuse(kFake, "the mutex of " + mutex.table + " was requested twice by one thread: a dead-lock");
+        reportMisuse(kSemaphores, "the mutex of " + mutex.table + " was requested twice by one thread: a dead-lock");
         return platformCode(EDEADLK);
     }
     const bool isLimited = timeoutMs > 0;
     if (!released_.wait_for(lock, isLimited ? std::chrono::milliseconds(timeoutMs) : kLongestHold, isFree)) {
         if (!isLimited)
-            reportMisuse(kFake, "the mutex of " + mutex.table + " is not released by its holder: a dead-lock");
+            reportMisuse(kSemaphores, "the mutex of " + mutex.table + " is not released by its holder: a dead-lock");
         return platformCode(ETIMEDOUT);
     }
     mutex.owner = std::this_thread::get_id();
@@ -198,7 +198,7 @@ int32_t FakeSemaphores::take(Object &mutex, int32_t timeoutMs, Lock &lock) {
 
 int32_t FakeSemaphores::giveBack(Object &mutex, int32_t /*timeoutMs*/, Lock & /*lock*/) {
     if (mutex.owner != std::this_thread::get_id()) {
-        reportMisuse(kFake, "the mutex of " + mutex.table + " was released by a thread that does not hold it");
+        reportMisuse(kSemaphores, "the mutex of " + mutex.table + " was released by a thread that does not hold it");
         return platformCode(EPERM);
     }
     mutex.owner = std::thread::id();
@@ -210,7 +210,7 @@ int32_t FakeSemaphores::giveBack(Object &mutex, int32_t /*timeoutMs*/, Lock & /*
 int32_t FakeSemaphores::lower(Object &count, int32_t /*timeoutMs*/, Lock & /*lock*/) {
     ++count.counts.requests;
     if (count.value == 0) {
-        reportMisuse(kFake, "the count of " + count.table + " is 0 and nobody posts it: a dead-lock");
+        reportMisuse(kSemaphores, "the count of " + count.table + " is 0 and nobody posts it: a dead-lock");
         return platformCode(EDEADLK);
     }
     --count.value;
@@ -227,7 +227,7 @@ int32_t FakeSemaphores::await(Object &event, int32_t /*timeoutMs*/, Lock & /*loc
     ++event.counts.requests;
     const Object *const mutex = find(event.table, Kind::mutex);
     if (mutex != nullptr && mutex->owner == std::this_thread::get_id())
-        reportMisuse(kFake, "the event of " + event.table + " is waited for with the mutex held: a dead-lock");
+        reportMisuse(kSemaphores, "the event of " + event.table + " is waited for with the mutex held: a dead-lock");
     return 0;
 }
 
@@ -262,7 +262,7 @@ int32_t FakeSemaphores::waitEvent(uint32_t handle, int32_t timeoutMs) {
         return code;
     const std::string table = found->second.table;
     if (++found->second.value > kMostWaitsForAPost)
-        endHangingTest(kFake, "the event of " + table + " is waited for again and again, and nobody posts it");
+        endHangingTest(kSemaphores, "the event of " + table + " is waited for again and again, and nobody posts it");
     const WaitAction action = waitAction_;
     lock.unlock();  // the action calls the library, which comes back here
     if (code == 0 && action)
@@ -281,7 +281,8 @@ int32_t FakeSemaphores::takeAbandoned(uint32_t handle) {
     if (mutex == nullptr)
         return 0;
     if (mutex->owner != std::this_thread::get_id())
-        reportMisuse(kFake, "the mutex of " + mutex->table + " was asked about by a thread that does not hold it");
+        reportMisuse(kSemaphores,
+                     "the mutex of " + mutex->table + " was asked about by a thread that does not hold it");
     const bool died = abandoned_.erase(mutex->table) != 0;
     eventLog().add(
         {.operation = Operation::mutexAbandoned, .subject = mutex->table, .result = died ? 1 : 0, .failed = died});

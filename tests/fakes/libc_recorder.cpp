@@ -19,7 +19,7 @@ namespace tavdb_test {
 
 namespace {
 
-constexpr char kFake[] = "operating system";
+constexpr char kOperatingSystem[] = "operating system";
 
 std::atomic<int> activeRecordings = 0;
 std::atomic<LibcRecorder *> theRecorder = nullptr;
@@ -214,7 +214,8 @@ int64_t LibcRecorder::unmap(void *address, uint64_t length, const Real &real) {
                 .details = std::to_string(length),
                 .length = static_cast<int64_t>(length)};
     if (length != mapping->length)
-        reportMisuse(kFake, textOf(event) + " of a mapping of " + std::to_string(mapping->length) + " bytes");
+        reportMisuse(kOperatingSystem,
+                     textOf(event) + " of a mapping of " + std::to_string(mapping->length) + " bytes");
     bool called = false;
     const int64_t result = perform(event, [&](int64_t count) {
         called = true;
@@ -233,7 +234,7 @@ int64_t LibcRecorder::close(int fd, const Real &real) {
     }
     const int64_t result = real(0);
     if (result == -1 && errno == EBADF)
-        reportMisuse(kFake, "close of descriptor " + std::to_string(fd) + ", which is not open");
+        reportMisuse(kOperatingSystem, "close of descriptor " + std::to_string(fd) + ", which is not open");
     return result;
 }
 

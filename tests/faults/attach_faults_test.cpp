@@ -109,7 +109,7 @@ int64_t startMedia(Attachment &a) {
 constexpr auto kSessions = &tavDBMDescription::sessionPath;
 constexpr auto kLocks = &tavDBMDescription::lockPath;
 
-const AttachRow kRows[] = {
+const AttachRow kAttachRows[] = {
     {"tavDBMInit", start, nullptr, stop},
     {"tavDBMInit/tables there", start, makeTables, stop},
     {"tavDBMInit/again", start, startBefore, stopTwice},
@@ -305,13 +305,13 @@ TEST_P(AttachFaults, WhateverFails) {
     expectOutcomes(GetParam().name, board_.lines());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, AttachFaults, testing::ValuesIn(kRows), kTestOfRow);
+INSTANTIATE_TEST_SUITE_P(All, AttachFaults, testing::ValuesIn(kAttachRows), kTestOfRow);
 
 }  // namespace
 
 std::set<std::string> attachFunctions() {
     std::set<std::string> names;
-    for (const AttachRow &row : kRows)
+    for (const AttachRow &row : kAttachRows)
         names.insert(functionOf(row.name));
     return names;
 }

@@ -42,7 +42,7 @@ constexpr auto kChild = &World::child;
 constexpr auto kValue = &World::value;
 constexpr auto kString = &World::string;
 
-constexpr FaultRow kRows[] = {
+constexpr FaultRow kComponentRows[] = {
     {"comp_getComponent", read<comp_getComponent, kLeaf>},
     {"comp_getNode", read<comp_getNode, kNode>},
     {"comp_getLeaf", read<comp_getLeaf, kLeaf>},
@@ -108,7 +108,7 @@ void dropOutput(World &) {
 }
 
 std::span<const FaultRow> componentRows() {
-    return kRows;
+    return kComponentRows;
 }
 
 }  // namespace tavdb_test

@@ -105,7 +105,7 @@ constexpr auto kEnumerations = &World::enumerations;
         {"checkRange" #suffix, check<type, checkRange##suffix, kRanges, k##suffix>},          \
         {"checkEnum" #suffix, check<type, checkEnum##suffix, kEnumerations, k##suffix>},
 
-constexpr FaultRow kRows[] = {
+constexpr FaultRow kConstraintRows[] = {
     // clang-format off
     TAVDB_VALUE_TYPES(TAVDB_TYPE_ROWS)
     // clang-format on
@@ -168,7 +168,7 @@ constexpr FaultRow kRows[] = {
 }  // namespace
 
 std::span<const FaultRow> constraintRows() {
-    return kRows;
+    return kConstraintRows;
 }
 
 }  // namespace tavdb_test

@@ -68,7 +68,7 @@ void lockNodeAndRelease(World &w) {
     releaseWhenAsked(w);
 }
 
-constexpr FaultRow kRows[] = {
+constexpr FaultRow kControlRows[] = {
     {"misc_getSems",
      [](World &w) {
          tavDBMSemaphoreSet set = {};
@@ -147,7 +147,7 @@ constexpr FaultRow kRows[] = {
 }  // namespace
 
 std::span<const FaultRow> controlRows() {
-    return kRows;
+    return kControlRows;
 }
 
 }  // namespace tavdb_test

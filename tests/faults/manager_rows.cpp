@@ -50,7 +50,7 @@ int64_t set(World &w) {
     return Set(w.session, w.leaf, &number, sizeof number);
 }
 
-constexpr FaultRow kRows[] = {
+constexpr FaultRow kManagerRows[] = {
     {"tavDBMGetGeneric", get<tavDBMGetGeneric>},
     {"tavDBMGetDefaultGeneric", get<tavDBMGetDefaultGeneric>},
     {"tavDBMGetFactoryGeneric", get<tavDBMGetFactoryGeneric>},
@@ -79,7 +79,7 @@ constexpr FaultRow kRows[] = {
 };
 
 std::vector<FaultRow> allRows() {
-    std::vector<FaultRow> rows(std::begin(kRows), std::end(kRows));
+    std::vector<FaultRow> rows(std::begin(kManagerRows), std::end(kManagerRows));
     addCounted(rows, std::make_index_sequence<kCounted>());
     for (FaultRow &row : rows) {
         if (row.function() != "tavDBMtraverseAndPrint")

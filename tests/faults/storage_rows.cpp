@@ -53,7 +53,7 @@ int64_t fillEntry(World &w, const char *line) {
     return dbs_me_db_media_fill_media_entry(&w.entry, text);
 }
 
-constexpr FaultRow kRows[] = {
+constexpr FaultRow kStorageRows[] = {
     {"flst_m_get", [](World &w) { return int64_t{flst_m_get(w.session, kValueMedia, 28)}; }},
     {"flst_m_get/large", [](World &w) { return int64_t{flst_m_get(w.session, kValueMedia, 60)}; }},
     {"flst_m_get/too large", [](World &w) { return int64_t{flst_m_get(w.session, kValueMedia, 20000)}; }},
@@ -146,7 +146,7 @@ constexpr FaultRow kRows[] = {
 }  // namespace
 
 std::span<const FaultRow> storageRows() {
-    return kRows;
+    return kStorageRows;
 }
 
 }  // namespace tavdb_test

@@ -21,7 +21,7 @@ tavDBMString stringRecord(const World &w) {
     return {.key = w.string, .textMedia = kTextMedia, .textOffset = 0, .textLength = 7};
 }
 
-constexpr FaultRow kRows[] = {
+constexpr FaultRow kValueRows[] = {
     {"value_new",
      [](World &w) {
          tavDBMValue record = {};
@@ -104,7 +104,7 @@ constexpr FaultRow kRows[] = {
 }  // namespace
 
 std::span<const FaultRow> valueRows() {
-    return kRows;
+    return kValueRows;
 }
 
 }  // namespace tavdb_test

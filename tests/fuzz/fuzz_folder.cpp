@@ -148,7 +148,7 @@ void RepairFolder::expectRefused(const Files &files, const Fault &why) const {
 
 /// The folder with what was damaged holds every file as it was, or there is none when no file was replaced.
 void RepairFolder::expectKept(const Files &files, const std::string &original) const {
-    const bool isChanged = !areEqual(imagesOf(read()), imagesOf(files));
+    const bool isChanged = !imagesOf(read()).equals(imagesOf(files));
     if (original.empty() && isChanged)
         fail("what was damaged is not kept");
     if (original.empty())
@@ -171,7 +171,7 @@ RawImages RepairFolder::mended(const RawImages &expected) const {
     if (!again.value->original.empty() || read() != files)
         fail("a second repair changes something", findings);
     RawImages images(nativeOrder(), again.value->check.contents);
-    if (!areEqual(images, expected))
+    if (!images.equals(expected))
         fail("the images are not those that the check put right", findings);
     expectSettled();
     removeKept();

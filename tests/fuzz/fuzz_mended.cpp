@@ -105,16 +105,11 @@ bool mayStay(const Finding &finding) {
     return finding.gravity == Gravity::oddity && finding.remedy == "it stays as it is";
 }
 
-bool areEqual(const RawImages &a, const RawImages &b) {
-    return std::all_of(kMediumNames.begin(), kMediumNames.end(),
-                       [&](const MediumName &medium) { return a.content(medium.id) == b.content(medium.id); });
-}
-
 void expectMended(const RawImages &images) {
     const auto again = examine(images);
     if (!std::all_of(again.findings.begin(), again.findings.end(), mayStay))
         fail("found again after a repair:", again.findings);
-    if (!areEqual(again.images, images))
+    if (!again.images.equals(images))
         fail("a second repair changes something", again.findings);
     expectMapped(images);
     constexpr size_t kRoot = 1;

@@ -15,8 +15,6 @@ namespace tavdb_fuzz {
 /// A finding that there may be after a repair: an oddity that stays.
 bool mayStay(const tavdb::image::Finding &finding);
 
-bool areEqual(const tavdb::image::RawImages &a, const tavdb::image::RawImages &b);
-
 /// Nothing damaged, nothing that a second repair would change, every byte somebody's, and
 /// readable by the library when they are in this machine's order.
 void expectMended(const tavdb::image::RawImages &images);

@@ -14,15 +14,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t kComponent = 120;
-constexpr int32_t kCode = platformCode(EPROTO);
-
 class LockFailureTest : public LockTest {
 protected:
-    static void failNext(Operation operation) {
-        faultPlan().add({.operation = operation, .subject = kTableFile, .fault = returning(kCode, EPROTO)});
-        clearLogs();
-    }
     /// The wrapper's line, then the function's own.
     static std::vector<std::string> lines(const char *wrapper, int32_t wrapperSite, const char *function,
                                           int32_t site) {

@@ -12,17 +12,12 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t kComponent = 120;
 constexpr uint32_t kErrno = 77;
-constexpr int32_t kCode = platformCode(EPROTO);
 constexpr uint32_t kUsedSlots = 64;
 constexpr uint32_t kHighestSequence = 999;
 
 class LockRingTest : public LockTest {
 protected:
-    static void failNext(Operation operation) {
-        faultPlan().add({.operation = operation, .subject = kTableFile, .fault = returning(kCode, EPROTO)});
-    }
     int32_t lock(uint32_t component, int32_t mode) {
         errno = kErrno;
         return tavDBMLock(&session, component, mode);

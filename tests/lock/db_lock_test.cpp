@@ -9,8 +9,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t kComponent = 120;
-
 TEST_F(LockTest, AFreeComponentIsLockedAndUnlocked) {
     EXPECT_EQ(tavDBMLock(&session, kComponent, kTry), 0);
     EXPECT_THAT(heldComponents(), ElementsAre(kComponent));

@@ -12,8 +12,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t kComponent = 120;
-
 class LockWaitTest : public LockTest {
 protected:
     /// Runs in the place of the waits, one step each; the last one must make the lock free.

@@ -33,6 +33,10 @@ inline constexpr int32_t kTry = 0x001;
 inline constexpr int32_t kWaitShared = 0x100;
 inline constexpr int32_t kTryShared = 0x101;
 inline constexpr char kTableFile[] = "lock.tbl";
+/// What the tests lock where it does not matter which.
+inline constexpr uint32_t kComponent = 120;
+/// What a call of the platform returns that a test makes fail.
+inline constexpr int32_t kCode = platformCode(EPROTO);
 
 /// The titles under which the dump shows the four rings.
 inline constexpr char kInitRing[] = "[s_debug_db_lock_init_error]\n";
@@ -47,6 +51,11 @@ std::vector<std::string> ringLines(const std::string &title);
 
 class LockTest : public OpenDatabaseFixture {
 protected:
+    /// The next such call on the table fails with kCode and EPROTO; the logs are empty before it.
+    static void failNext(Operation operation) {
+        faultPlan().add({.operation = operation, .subject = kTableFile, .fault = returning(kCode, EPROTO)});
+        clearLogs();
+    }
     /// The table, seen from outside the library; what a test writes here is damage.
     LockView table() const {
         return LockView(file(kTableFile));

@@ -70,28 +70,28 @@ int64_t deleteWithSubBehind(const CallArguments &a) {
 }
 
 // The arguments by their places in CallArguments.
-constexpr auto kNode = &CallArguments::node;
-constexpr auto kLeaf = &CallArguments::leaf;
-constexpr auto kParent = &CallArguments::parent;
-constexpr auto kPrevious = &CallArguments::previous;
-constexpr auto kChild = &CallArguments::child;
-constexpr auto kValue = &CallArguments::value;
-constexpr auto kWord = &CallArguments::word;
+constexpr auto kCallNode = &CallArguments::node;
+constexpr auto kCallLeaf = &CallArguments::leaf;
+constexpr auto kCallParent = &CallArguments::parent;
+constexpr auto kCallPrevious = &CallArguments::previous;
+constexpr auto kCallChild = &CallArguments::child;
+constexpr auto kCallValue = &CallArguments::value;
+constexpr auto kCallWord = &CallArguments::word;
 
 #define FORWARDER(function, counter, behind, ...)                                \
     {                                                                            \
 #function, counter, call < tavDBM##function __VA_OPT__(, ) __VA_ARGS__>, \
             call < behind __VA_OPT__(, ) __VA_ARGS__>                            \
     }
-constexpr CountedFunction kCounted[] = {
-    FORWARDER(CurrentToDefault, "current_to_default", comp_currentToDefault, kLeaf),
-    FORWARDER(FactoryToDefault, "factory_to_default", comp_factoryToDefault, kLeaf),
-    FORWARDER(DefaultToCurrent, "default_to_current", comp_defaultToCurrent, kLeaf),
+constexpr CountedFunction kManagerCalls[] = {
+    FORWARDER(CurrentToDefault, "current_to_default", comp_currentToDefault, kCallLeaf),
+    FORWARDER(FactoryToDefault, "factory_to_default", comp_factoryToDefault, kCallLeaf),
+    FORWARDER(DefaultToCurrent, "default_to_current", comp_defaultToCurrent, kCallLeaf),
     FORWARDER(GetRoot, "get_root", comp_getRoot),
-    FORWARDER(GetParent, "get_parent", comp_getParent, kLeaf),
-    FORWARDER(GetFirstChild, "get_first_child", comp_getFirstChild, kNode),
-    FORWARDER(GetNextChild, "get_next_child", comp_getNextSibling, kPrevious),
-    FORWARDER(GetChildCount, "get_child_count", comp_getChildCount, kNode),
+    FORWARDER(GetParent, "get_parent", comp_getParent, kCallLeaf),
+    FORWARDER(GetFirstChild, "get_first_child", comp_getFirstChild, kCallNode),
+    FORWARDER(GetNextChild, "get_next_child", comp_getNextSibling, kCallPrevious),
+    FORWARDER(GetChildCount, "get_child_count", comp_getChildCount, kCallNode),
     {"GetChildByIndex", "get_child_by_index", childByIndex, childByIndexBehind},
     {"GetString", "get_string", getString, nullptr},
     {"SetString", "set_string", setString, nullptr},
@@ -118,24 +118,24 @@ constexpr CountedFunction kCounted[] = {
     {"CreateString", "create_string", createString<tavDBMCreateString>, createString<str_create>},
     {"CreateValue", "create_value", createValue<tavDBMCreateValue>, createValue<value_create>},
     {"CreateLeaf", "create_leaf", createLeaf<tavDBMCreateLeaf>, createLeaf<leaf_create>},
-    FORWARDER(CreateNode, "create_node", node_create, kWord, kParent, kPrevious, kChild),
-    FORWARDER(MoveLeaf, "move_leaf", leaf_move, kLeaf, kParent, kPrevious),
-    FORWARDER(MoveNode, "move_node", node_move, kNode, kParent, kPrevious, kChild),
-    FORWARDER(MoveSubTree, "move_sub_tree", node_moveWithSub, kNode, kParent, kPrevious),
-    FORWARDER(GetCurrentValueKey, "get_current_value_key", leaf_getCurrentValueKey, kLeaf),
-    FORWARDER(GetDefaultValueKey, "get_default_value_key", leaf_getDefaultValueKey, kLeaf),
-    FORWARDER(GetFactoryValueKey, "get_factory_value_key", leaf_getFactoryValueKey, kLeaf),
-    FORWARDER(SetCurrentValueKey, "set_current_value_key", leaf_setCurrentValueKey, kLeaf, kWord),
-    FORWARDER(SetDefaultValueKey, "set_default_value_key", leaf_setDefaultValueKey, kLeaf, kWord),
-    FORWARDER(SetFactoryValueKey, "set_factory_value_key", leaf_setFactoryValueKey, kLeaf, kWord),
-    FORWARDER(GetConstraintKey, "get_constraint_key", value_getConstraintKey, kValue),
-    FORWARDER(SetConstraintKey, "set_constraint_key", value_setConstraintKey, kValue, kWord),
-    FORWARDER(GetStringKey, "get_string_key", comp_getStringKey, kLeaf),
-    FORWARDER(SetStringKey, "set_string_key", comp_setStringKey, kLeaf, kWord),
-    FORWARDER(DeleteComponent, "delete_component", comp_delete, kNode),
-    {"DeleteComponentWithSub", "delete_component_with_sub", call<tavDBMDeleteComponentWithSub, kNode>,
+    FORWARDER(CreateNode, "create_node", node_create, kCallWord, kCallParent, kCallPrevious, kCallChild),
+    FORWARDER(MoveLeaf, "move_leaf", leaf_move, kCallLeaf, kCallParent, kCallPrevious),
+    FORWARDER(MoveNode, "move_node", node_move, kCallNode, kCallParent, kCallPrevious, kCallChild),
+    FORWARDER(MoveSubTree, "move_sub_tree", node_moveWithSub, kCallNode, kCallParent, kCallPrevious),
+    FORWARDER(GetCurrentValueKey, "get_current_value_key", leaf_getCurrentValueKey, kCallLeaf),
+    FORWARDER(GetDefaultValueKey, "get_default_value_key", leaf_getDefaultValueKey, kCallLeaf),
+    FORWARDER(GetFactoryValueKey, "get_factory_value_key", leaf_getFactoryValueKey, kCallLeaf),
+    FORWARDER(SetCurrentValueKey, "set_current_value_key", leaf_setCurrentValueKey, kCallLeaf, kCallWord),
+    FORWARDER(SetDefaultValueKey, "set_default_value_key", leaf_setDefaultValueKey, kCallLeaf, kCallWord),
+    FORWARDER(SetFactoryValueKey, "set_factory_value_key", leaf_setFactoryValueKey, kCallLeaf, kCallWord),
+    FORWARDER(GetConstraintKey, "get_constraint_key", value_getConstraintKey, kCallValue),
+    FORWARDER(SetConstraintKey, "set_constraint_key", value_setConstraintKey, kCallValue, kCallWord),
+    FORWARDER(GetStringKey, "get_string_key", comp_getStringKey, kCallLeaf),
+    FORWARDER(SetStringKey, "set_string_key", comp_setStringKey, kCallLeaf, kCallWord),
+    FORWARDER(DeleteComponent, "delete_component", comp_delete, kCallNode),
+    {"DeleteComponentWithSub", "delete_component_with_sub", call<tavDBMDeleteComponentWithSub, kCallNode>,
      deleteWithSubBehind},
-    FORWARDER(DeleteValue, "delete_value", value_delete, kValue),
+    FORWARDER(DeleteValue, "delete_value", value_delete, kCallValue),
     {"traverseAndPrint", "traverse_and_print", traverse, traverseBehind},
 };
 #undef FORWARDER
@@ -143,7 +143,7 @@ constexpr CountedFunction kCounted[] = {
 }  // namespace
 
 std::span<const CountedFunction> countedFunctions() {
-    return kCounted;
+    return kManagerCalls;
 }
 
 }  // namespace tavdb_test

@@ -161,51 +161,51 @@ TEST_F(CompFileRead, AnOffsetBeyondTwoGigabytesIsNotNegative) {
 
 class ComponentDump : public TreeFixture {};
 
-constexpr const char *kFunctions[] = {"dbs_me_db_component_debug_info",
-                                      "comp_delete",
-                                      "comp_deleteWithSub",
-                                      "comp_init",
-                                      "comp_term",
-                                      "IsCompMedia",
-                                      "compFileRead",
-                                      "comp_getComponent",
-                                      "comp_getNode",
-                                      "comp_getLeaf",
-                                      "comp_setComponent",
-                                      "comp_setNode",
-                                      "comp_setDeleted",
-                                      "comp_setLeaf",
-                                      "comp_newNode",
-                                      "comp_newLeaf",
-                                      "comp_currentToDefault",
-                                      "comp_factoryToDefault",
-                                      "comp_defaultToCurrent",
-                                      "comp_lock",
-                                      "comp_unlock",
-                                      "comp_searchByName",
-                                      "comp_getChildCount",
-                                      "comp_getChildByIndex",
-                                      "comp_getNextSibling",
-                                      "comp_setNextSibling",
-                                      "comp_traverseAndPrint",
-                                      "comp_getParent",
-                                      "comp_setParent",
-                                      "comp_getFirstChild",
-                                      "comp_setFirstChild",
-                                      "comp_getStringKey",
-                                      "comp_setStringKey",
-                                      "comp_getRoot",
-                                      "leaf_getCurrentValueKey",
-                                      "leaf_getDefaultValueKey",
-                                      "leaf_getFactoryValueKey",
-                                      "leaf_setCurrentValueKey",
-                                      "leaf_setDefaultValueKey",
-                                      "leaf_setFactoryValueKey",
-                                      "leaf_create",
-                                      "leaf_move",
-                                      "node_create",
-                                      "node_move",
-                                      "node_moveWithSub"};
+constexpr const char *kComponentFunctions[] = {"dbs_me_db_component_debug_info",
+                                               "comp_delete",
+                                               "comp_deleteWithSub",
+                                               "comp_init",
+                                               "comp_term",
+                                               "IsCompMedia",
+                                               "compFileRead",
+                                               "comp_getComponent",
+                                               "comp_getNode",
+                                               "comp_getLeaf",
+                                               "comp_setComponent",
+                                               "comp_setNode",
+                                               "comp_setDeleted",
+                                               "comp_setLeaf",
+                                               "comp_newNode",
+                                               "comp_newLeaf",
+                                               "comp_currentToDefault",
+                                               "comp_factoryToDefault",
+                                               "comp_defaultToCurrent",
+                                               "comp_lock",
+                                               "comp_unlock",
+                                               "comp_searchByName",
+                                               "comp_getChildCount",
+                                               "comp_getChildByIndex",
+                                               "comp_getNextSibling",
+                                               "comp_setNextSibling",
+                                               "comp_traverseAndPrint",
+                                               "comp_getParent",
+                                               "comp_setParent",
+                                               "comp_getFirstChild",
+                                               "comp_setFirstChild",
+                                               "comp_getStringKey",
+                                               "comp_setStringKey",
+                                               "comp_getRoot",
+                                               "leaf_getCurrentValueKey",
+                                               "leaf_getDefaultValueKey",
+                                               "leaf_getFactoryValueKey",
+                                               "leaf_setCurrentValueKey",
+                                               "leaf_setDefaultValueKey",
+                                               "leaf_setFactoryValueKey",
+                                               "leaf_create",
+                                               "leaf_move",
+                                               "node_create",
+                                               "node_move",
+                                               "node_moveWithSub"};
 
 TEST_F(ComponentDump, AtLevel98PrintsNothing) {
     const Dump dump = dumpOf(dbs_me_db_component_debug_info, 98);
@@ -216,21 +216,21 @@ TEST_F(ComponentDump, AtLevel98PrintsNothing) {
 
 TEST_F(ComponentDump, AtLevel99ListsItsFunctionsInOrder) {
     const Dump dump = dumpOf(dbs_me_db_component_debug_info, 99);
-    EXPECT_EQ(dump.lines, withAddresses({"====(db_component)\n"}, kFunctions));
+    EXPECT_EQ(dump.lines, withAddresses({"====(db_component)\n"}, kComponentFunctions));
     EXPECT_EQ(dump.result, 0);
 }
 
 TEST_F(ComponentDump, AtLevel5PrintsTwoSizesOfZeroFirst) {
     const Dump dump = dumpOf(dbs_me_db_component_debug_info, 5);
-    EXPECT_EQ(dump.lines,
-              withAddresses({"====(db_component)\n", dumpLine(0, "debug_size"), dumpLine(0, "ram_size")}, kFunctions));
+    EXPECT_EQ(dump.lines, withAddresses({"====(db_component)\n", dumpLine(0, "debug_size"), dumpLine(0, "ram_size")},
+                                        kComponentFunctions));
     EXPECT_EQ(dump.debugSize, 0U);
     EXPECT_EQ(dump.ramSize, 0U);
 }
 
 TEST_F(ComponentDump, WithoutTotalsIsTheSame) {
     EXPECT_EQ(dbs_me_db_component_debug_info(99, nullptr, nullptr), 0);
-    EXPECT_EQ(fakeTrace().texts(99), withAddresses({"====(db_component)\n"}, kFunctions));
+    EXPECT_EQ(fakeTrace().texts(99), withAddresses({"====(db_component)\n"}, kComponentFunctions));
 }
 
 }  // namespace

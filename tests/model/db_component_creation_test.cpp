@@ -12,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t kName = 0x0A0B0C0D;
+constexpr uint32_t kNewName = 0x0A0B0C0D;
 
 class ComponentCreation : public TreeFixture {
 protected:
@@ -21,7 +21,7 @@ protected:
     }
     /// A leaf with four different words.
     uint32_t createLeaf(uint32_t parent, uint32_t previous) {
-        return leaf_create(&session, kName, parent, previous, 21, 22, 23, 24);
+        return leaf_create(&session, kNewName, parent, previous, 21, 22, 23, 24);
     }
     /// The file list's transfers for a slot from the first of its blocks.
     static std::vector<std::string> slotTransfers(uint32_t slot, uint32_t size) {
@@ -39,27 +39,27 @@ protected:
 };
 
 TEST_F(ComponentCreation, ANodeRecordIsSevenWords) {
-    const uint32_t created = node_create(&session, kName, root, 0, 0);
-    EXPECT_EQ(hexAt(kComponents, created, 28), hexWords(created, kName, 0, root, 0, TAVDB_KIND_NODE, 0));
+    const uint32_t created = node_create(&session, kNewName, root, 0, 0);
+    EXPECT_EQ(hexAt(kComponents, created, 28), hexWords(created, kNewName, 0, root, 0, TAVDB_KIND_NODE, 0));
 }
 
 TEST_F(ComponentCreation, ALeafRecordIsTenWords) {
     build("a");
     const uint32_t created = createLeaf(root, 0);
     EXPECT_EQ(hexAt(kComponents, created, 40),
-              hexWords(created, kName, 0, root, key("a"), TAVDB_KIND_LEAF, 21, 22, 23, 24));
+              hexWords(created, kNewName, 0, root, key("a"), TAVDB_KIND_LEAF, 21, 22, 23, 24));
 }
 
 TEST_F(ComponentCreation, ANodeWithoutPreviousBecomesTheFirstChild) {
     build("a b");
-    label(node_create(&session, kName, root, 0, 0), "new");
+    label(node_create(&session, kNewName, root, 0, 0), "new");
     EXPECT_EQ(shape(), "new() a b");
     EXPECT_EQ(parentOf("new"), root);
 }
 
 TEST_F(ComponentCreation, ANodeFollowsItsPreviousSibling) {
     build("a b");
-    label(node_create(&session, kName, root, key("a"), 0), "new");
+    label(node_create(&session, kNewName, root, key("a"), 0), "new");
     EXPECT_EQ(shape(), "a new() b");
 }
 
@@ -77,7 +77,7 @@ TEST_F(ComponentCreation, ALeafFollowsItsPreviousSibling) {
 
 TEST_F(ComponentCreation, TheParentsFirstChildIsAdoptedByANewFirstChild) {
     build("child after");
-    label(node_create(&session, kName, root, 0, key("child")), "new");
+    label(node_create(&session, kNewName, root, 0, key("child")), "new");
     EXPECT_EQ(shape(), "new(child) after");
     EXPECT_EQ(parentOf("child"), key("new"));
     EXPECT_EQ(parentOf("after"), root);
@@ -85,14 +85,14 @@ TEST_F(ComponentCreation, TheParentsFirstChildIsAdoptedByANewFirstChild) {
 
 TEST_F(ComponentCreation, TheNextSiblingIsAdoptedByANodeBehindItsPrevious) {
     build("a child(x) after");
-    label(node_create(&session, kName, root, key("a"), key("child")), "new");
+    label(node_create(&session, kNewName, root, key("a"), key("child")), "new");
     EXPECT_EQ(shape(), "a new(child(x)) after");
     EXPECT_EQ(parentOf("child"), key("new"));
 }
 
 TEST_F(ComponentCreation, AdoptionDeliberatelyTakesTheChildAsGivenWithoutLookingForItInTheChain) {
     build("a n(x y)");
-    label(node_create(&session, kName, root, 0, key("x")), "new");
+    label(node_create(&session, kNewName, root, 0, key("x")), "new");
     EXPECT_EQ(node(key("new")).firstChild, key("x"));
     EXPECT_EQ(node(key("new")).component.next, key("y"));
     EXPECT_EQ(node(key("x")).component.next, 0U);
@@ -110,8 +110,8 @@ TEST_F(ComponentCreation, NeighboursKeepTheirReservedWords) {
     putReservedWords();
     EXPECT_NE(createLeaf(root, key("a")), 0U);
     EXPECT_NE(createLeaf(root, 0), 0U);
-    EXPECT_NE(node_create(&session, kName, root, key("a"), key("other")), 0U);
-    EXPECT_NE(node_create(&session, kName, root, 0, key("child")), 0U);
+    EXPECT_NE(node_create(&session, kNewName, root, key("a"), key("other")), 0U);
+    EXPECT_NE(node_create(&session, kNewName, root, 0, key("child")), 0U);
     EXPECT_THAT(changedReservedWords(), IsEmpty());
 }
 
@@ -120,12 +120,12 @@ TEST_F(ComponentCreation, AMediumFilledToItsEndKeepsEveryRecord) {
     for (uint32_t created = root; created != 0;) {
         keys.push_back(created);
         created = keys.size() % 2 != 0 ? createLeaf(root, 0) : 0;
-        created = created != 0 ? created : node_create(&session, kName, root, 0, 0);
+        created = created != 0 ? created : node_create(&session, kNewName, root, 0, 0);
     }
     ASSERT_GT(keys.size(), 400U);
     const MediaImage before = fakeMedia().snapshotAll();
     EXPECT_EQ(createLeaf(root, 0), 0U);
-    EXPECT_EQ(node_create(&session, kName, root, 0, 0), 0U);
+    EXPECT_EQ(node_create(&session, kNewName, root, 0, 0), 0U);
     EXPECT_THAT(fakeMedia().changesSince(before), IsEmpty());
     EXPECT_EQ(comp_getChildCount(&session, root), keys.size() - 1);
     for (const uint32_t at : keys)
@@ -136,7 +136,7 @@ TEST_F(ComponentCreation, NodeAsFirstChildReadsAndWritesTheParentThenWritesItsel
     build("child");
     const uint32_t slot = nextSlot();
     const uint32_t child = key("child");
-    ASSERT_EQ(node_create(&session, kName, root, 0, child), slot);
+    ASSERT_EQ(node_create(&session, kNewName, root, 0, child), slot);
     expectSteps(slotTransfers(slot, 28), {step("read", 28, root), step("write", 28, root), step("read", 24, child),
                                           step("write", 24, child), step("write", 28, slot)});
 }
@@ -146,7 +146,7 @@ TEST_F(ComponentCreation, NodeBehindASiblingReadsAndWritesTheSiblingThenWritesIt
     const uint32_t slot = nextSlot();
     const uint32_t a = key("a");
     const uint32_t child = key("child");
-    ASSERT_EQ(node_create(&session, kName, root, a, child), slot);
+    ASSERT_EQ(node_create(&session, kNewName, root, a, child), slot);
     expectSteps(slotTransfers(slot, 28), {step("read", 24, a), step("write", 24, a), step("read", 24, child),
                                           step("write", 24, child), step("write", 28, slot)});
 }
@@ -167,7 +167,7 @@ TEST_F(ComponentCreation, LeafBehindASiblingWritesTheSiblingBeforeItself) {
 
 TEST_F(ComponentCreation, ASuccessLeavesAnEarlierErrorInTheSession) {
     putOldError();
-    EXPECT_NE(node_create(&session, kName, root, 0, 0), 0U);
+    EXPECT_NE(node_create(&session, kNewName, root, 0, 0), 0U);
     EXPECT_NE(createLeaf(root, 0), 0U);
     EXPECT_TRUE(oldErrorIsThere());
     EXPECT_TRUE(fakeTrace().noErrors());
@@ -207,7 +207,7 @@ TEST_F(ComponentCreation, AnUnreadablePreviousEndsTheNodeWithItsSlotUnwritten) {
     build("a");
     const uint32_t slot = nextSlot();
     const Bytes slotBefore = fakeMedia().bytesAt(kComponents, slot + 8, 20);
-    EXPECT_EQ(node_create(&session, kName, root, kBeyond, 0), 0U);
+    EXPECT_EQ(node_create(&session, kNewName, root, kBeyond, 0), 0U);
     EXPECT_TRUE(recorded(55, 0));
     EXPECT_TRUE(fakeTrace().onlyError(errorLine("comp_getComponent", 104, {kBeyond, 24, 0, 0})));
     EXPECT_EQ(fakeMedia().bytesAt(kComponents, slot + 8, 20), slotBefore);
@@ -216,7 +216,7 @@ TEST_F(ComponentCreation, AnUnreadablePreviousEndsTheNodeWithItsSlotUnwritten) {
 }
 
 TEST_F(ComponentCreation, AnUnreadableParentEndsTheNodeWithItsSlotUnwritten) {
-    EXPECT_EQ(node_create(&session, kName, 0, 0, 0), 0U);
+    EXPECT_EQ(node_create(&session, kNewName, 0, 0, 0), 0U);
     EXPECT_TRUE(recorded(4, 0));
     EXPECT_TRUE(fakeTrace().onlyError(errorLine("comp_getNode", 112, {0})));
     EXPECT_THAT(recordTransfers(), IsEmpty());
@@ -225,7 +225,7 @@ TEST_F(ComponentCreation, AnUnreadableParentEndsTheNodeWithItsSlotUnwritten) {
 TEST_F(ComponentCreation, AnUnreadableChildEndsTheNodeBehindTheRewrittenParent) {
     build("a");
     const uint32_t slot = nextSlot();
-    EXPECT_EQ(node_create(&session, kName, root, 0, kBeyond), 0U);
+    EXPECT_EQ(node_create(&session, kNewName, root, 0, kBeyond), 0U);
     EXPECT_TRUE(recorded(55, 0));
     EXPECT_THAT(recordTransfers(),
                 ElementsAre(step("read", 28, root), step("write", 28, root), "component read 24@65536 -> 0"));
@@ -245,15 +245,15 @@ TEST_F(ComponentCreation, AnUnreadableNeighbourEndsTheLeafWithTheSessionsLastErr
 TEST_F(ComponentCreation, AFailedWriteOfTheNewNodeItselfIsDeliberatelyIgnored) {
     const uint32_t slot = nextSlot();
     faultPlan().add({.operation = Operation::mediaWrite, .subject = kComponents, .skip = 3});
-    EXPECT_EQ(node_create(&session, kName, root, 0, 0), slot);
+    EXPECT_EQ(node_create(&session, kNewName, root, 0, 0), slot);
     EXPECT_TRUE(recorded(54, EIO));
     EXPECT_EQ(node(root).firstChild, slot);
 }
 
 TEST_F(ComponentCreation, AFailedWriteOfANeighbourDoesNotEndTheNode) {
     faultPlan().add({.operation = Operation::mediaWrite, .subject = kComponents, .skip = 2});
-    const uint32_t created = node_create(&session, kName, root, 0, 0);
-    EXPECT_EQ(node(created).component.name, kName);
+    const uint32_t created = node_create(&session, kNewName, root, 0, 0);
+    EXPECT_EQ(node(created).component.name, kNewName);
     EXPECT_EQ(shape(), "");
     EXPECT_TRUE(recorded(54, EIO));
 }

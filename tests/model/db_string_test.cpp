@@ -490,17 +490,17 @@ TEST_F(StringDelete, AdvancesItsCounterByThreeOnlyWhenTheEntryWasFound) {
 
 class StringDump : public TreeFixture {};
 
-constexpr const char *kFunctions[] = {"dbs_me_db_string_debug_info",
-                                      "tavdb_getStrEntry",
-                                      "tavdb_getString",
-                                      "str_setEntry",
-                                      "str_newEntry",
-                                      "str_create",
-                                      "str_setDeleted",
-                                      "tavDBMDeleteString",
-                                      "dbs_me_db_string_delete"};
+constexpr const char *kStringFunctions[] = {"dbs_me_db_string_debug_info",
+                                            "tavdb_getStrEntry",
+                                            "tavdb_getString",
+                                            "str_setEntry",
+                                            "str_newEntry",
+                                            "str_create",
+                                            "str_setDeleted",
+                                            "tavDBMDeleteString",
+                                            "dbs_me_db_string_delete"};
 
-const std::string kBanner = "====(db_string)\n";
+const std::string kStringBanner = "====(db_string)\n";
 
 TEST_F(StringDump, AtLevel98OnlyAddsFour) {
     const Dump dump = dumpOf(dbs_me_db_string_debug_info, 98);
@@ -511,16 +511,16 @@ TEST_F(StringDump, AtLevel98OnlyAddsFour) {
 
 TEST_F(StringDump, AtLevel99ListsTheCounterThenTheFunctions) {
     const Dump dump = dumpOf(dbs_me_db_string_debug_info, 99);
-    EXPECT_EQ(dump.lines, withAddresses({kBanner, dumpLine(deletesCounted(), kCounter)}, kFunctions));
+    EXPECT_EQ(dump.lines, withAddresses({kStringBanner, dumpLine(deletesCounted(), kCounter)}, kStringFunctions));
     EXPECT_EQ(dump.debugSize, 4U);
     EXPECT_EQ(dump.result, 0);
 }
 
 TEST_F(StringDump, AtLevel5PrintsTheSizesBehindTheBanner) {
     const Dump dump = dumpOf(dbs_me_db_string_debug_info, 5);
-    EXPECT_EQ(dump.lines, withAddresses({kBanner, dumpLine(4, "debug_size"), dumpLine(0, "ram_size"),
+    EXPECT_EQ(dump.lines, withAddresses({kStringBanner, dumpLine(4, "debug_size"), dumpLine(0, "ram_size"),
                                          dumpLine(deletesCounted(), kCounter)},
-                                        kFunctions));
+                                        kStringFunctions));
 }
 
 }  // namespace

@@ -311,27 +311,27 @@ TEST_F(ValueDelete, WithoutARecordNothingIsReleased) {
 
 class ValueDump : public TreeFixture {};
 
-constexpr const char *kFunctions[] = {"dbs_me_db_value_debug_info",
-                                      "value_setConstraintKey",
-                                      "value_getConstraintKey",
-                                      "value_delete",
-                                      "value_create",
-                                      "value_print",
-                                      "value_copy2",
-                                      "value_copy",
-                                      "value_setGeneric",
-                                      "value_getGeneric",
-                                      "value_getType",
-                                      "value_getLength",
-                                      "value_new",
-                                      "value_setDeleted",
-                                      "value_set",
-                                      "value_get",
-                                      "value_term",
-                                      "value_init",
-                                      "value_getCreateListGeneric"};
+constexpr const char *kValueFunctions[] = {"dbs_me_db_value_debug_info",
+                                           "value_setConstraintKey",
+                                           "value_getConstraintKey",
+                                           "value_delete",
+                                           "value_create",
+                                           "value_print",
+                                           "value_copy2",
+                                           "value_copy",
+                                           "value_setGeneric",
+                                           "value_getGeneric",
+                                           "value_getType",
+                                           "value_getLength",
+                                           "value_new",
+                                           "value_setDeleted",
+                                           "value_set",
+                                           "value_get",
+                                           "value_term",
+                                           "value_init",
+                                           "value_getCreateListGeneric"};
 
-const std::string kBanner = "====(db_value)\n";
+const std::string kValueBanner = "====(db_value)\n";
 constexpr const char *kStarts = "s_debug_db_value_init";
 constexpr const char *kStops = "s_debug_db_value_term";
 
@@ -356,7 +356,7 @@ TEST_F(ValueDump, AtLevel98OnlyAddsEight) {
 
 TEST_F(ValueDump, AtLevel99ListsCountersThenFunctions) {
     const Dump dump = fullDump();
-    EXPECT_EQ(dump.lines, withAddresses(countersBehind({kBanner}), kFunctions));
+    EXPECT_EQ(dump.lines, withAddresses(countersBehind({kValueBanner}), kValueFunctions));
     EXPECT_EQ(dump.debugSize, 8U);
     EXPECT_EQ(dump.ramSize, 0U);
     EXPECT_EQ(dump.result, 0);
@@ -364,8 +364,8 @@ TEST_F(ValueDump, AtLevel99ListsCountersThenFunctions) {
 
 TEST_F(ValueDump, AtLevel5PrintsTheSizesBehindTheBanner) {
     const Dump dump = dumpOf(dbs_me_db_value_debug_info, 5);
-    const auto front = countersBehind({kBanner, dumpLine(8, "debug_size"), dumpLine(0, "ram_size")});
-    EXPECT_EQ(dump.lines, withAddresses(front, kFunctions));
+    const auto front = countersBehind({kValueBanner, dumpLine(8, "debug_size"), dumpLine(0, "ram_size")});
+    EXPECT_EQ(dump.lines, withAddresses(front, kValueFunctions));
     EXPECT_EQ(dump.debugSize, 8U);
 }
 

@@ -208,19 +208,19 @@ void RandomTree::deleteWithSub() {
 }
 
 void RandomTree::copyTiers() {
-    struct Copy {
+    struct TierCopy {
         int32_t (*run)(tavDBMSession *, uint32_t);
         Tier to;
         Tier from;
     };
-    constexpr Copy kCopies[] = {{comp_defaultToCurrent, Tier::currentValue, Tier::defaultValue},
-                                {comp_factoryToDefault, Tier::defaultValue, Tier::factoryValue},
-                                {comp_currentToDefault, Tier::defaultValue, Tier::currentValue}};
-    const uint32_t which = below(std::size(kCopies));
+    constexpr TierCopy kTierCopies[] = {{comp_defaultToCurrent, Tier::currentValue, Tier::defaultValue},
+                                        {comp_factoryToDefault, Tier::defaultValue, Tier::factoryValue},
+                                        {comp_currentToDefault, Tier::defaultValue, Tier::currentValue}};
+    const uint32_t which = below(std::size(kTierCopies));
     const uint32_t key = oneOf(model.keys(chance(30) ? TAVDB_KIND_NODE : TAVDB_KIND_LEAF));
     note("copy", {which, key});
-    const int32_t expected = model.copy(key, kCopies[which].to, kCopies[which].from, expectedError);
-    EXPECT_EQ(kCopies[which].run(&session, key), expected);
+    const int32_t expected = model.copy(key, kTierCopies[which].to, kTierCopies[which].from, expectedError);
+    EXPECT_EQ(kTierCopies[which].run(&session, key), expected);
 }
 
 void RandomTree::writeValue() {

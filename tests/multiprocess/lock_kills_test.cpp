@@ -19,14 +19,10 @@ using tavdb::test::since;
 
 constexpr uint32_t kComponent = 77;
 constexpr uint32_t kMostWorkers = 16;
-constexpr uint32_t kKills = kSlow ? 175 : 700;  ///< of each number of workers, unless TAVDB_TEST_KILLS says how many
-constexpr uint32_t kMostEntries = 20;           ///< into the section, by all workers, between two deaths
+constexpr uint32_t kLockKills =
+    kSlow ? 175 : 700;                 ///< of each number of workers, unless TAVDB_TEST_KILLS says how many
+constexpr uint32_t kMostEntries = 20;  ///< into the section, by all workers, between two deaths
 constexpr uint32_t kLongestWaitMs = kSlow ? 10000 : 2000;
-
-uint32_t plannedKills() {
-    const char *const variable = getenv("TAVDB_TEST_KILLS");
-    return variable != nullptr ? static_cast<uint32_t>(strtoul(variable, nullptr, 10)) : kKills;
-}
 
 /// Shared by all; a worker is known by its number from 1.
 struct Section {
@@ -118,7 +114,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Workers, LockKills, testing::Values(2, 4, 8, kMostWorkers), testing::PrintToStringParamName());
 
 TEST_P(LockKills, NeverLetTwoInsideNorKeepAnyoneWaiting) {
-    killMany(GetParam(), plannedKills());
+    killMany(GetParam(), plannedKills(kLockKills));
     EXPECT_EQ(section_->violations, 0U);
     EXPECT_LT(section_->longestWaitMs, kLongestWaitMs);
     EXPECT_GT(section_->entries, 0U);

@@ -31,6 +31,13 @@ inline constexpr uint32_t kDatabases = 31;
 inline constexpr uint32_t kSessions = 1023;
 inline constexpr uint32_t kLocks = 1023;
 inline constexpr uint32_t kRootKey = 16;
+inline constexpr int32_t kDataMedium = 4;
+
+/// How many processes a test kills: as TAVDB_TEST_KILLS says, or as usual.
+inline uint32_t plannedKills(uint32_t usually) {
+    const char *const variable = getenv("TAVDB_TEST_KILLS");
+    return variable != nullptr ? static_cast<uint32_t>(strtoul(variable, nullptr, 10)) : usually;
+}
 
 /// @name What is wrong with a table's lists: every record must be in exactly one; empty when all is well
 /// @{

@@ -16,16 +16,11 @@ namespace tavdb_test {
 namespace {
 
 constexpr uint32_t kWorkers = 3;
-constexpr uint32_t kKills = kSlow ? 200 : 1500;  ///< unless TAVDB_TEST_KILLS says how many
-constexpr uint32_t kMostOperations = 40;         ///< between the start of a worker and its death
+constexpr uint32_t kRandomKills = kSlow ? 200 : 1500;  ///< unless TAVDB_TEST_KILLS says how many
+constexpr uint32_t kMostOperations = 40;               ///< between the start of a worker and its death
 /// So many leave about half of the sessions behind. A full table takes over those of the dead, which no tally knows of.
 constexpr uint32_t kKillsInARound = 5000;
 constexpr uint32_t kWorkersDatabase = 1;
-
-uint32_t plannedKills() {
-    const char *const variable = getenv("TAVDB_TEST_KILLS");
-    return variable != nullptr ? static_cast<uint32_t>(strtoul(variable, nullptr, 10)) : kKills;
-}
 
 /// What the workers did, kept in shared memory; a worker that was killed may have begun one thing more.
 struct Tally {
@@ -158,7 +153,7 @@ protected:
 };
 
 TEST_F(RandomKills, LeaveEveryRecordInExactlyOneListAndTheCountsRight) {
-    for (uint32_t left = plannedKills(); left > 0 && !HasFailure();) {
+    for (uint32_t left = plannedKills(kRandomKills); left > 0 && !HasFailure();) {
         const uint32_t kills = std::min(left, kKillsInARound);
         left -= kills;
         killMany(kills);
@@ -171,7 +166,7 @@ TEST_F(RandomKills, LeaveEveryRecordInExactlyOneListAndTheCountsRight) {
 }
 
 TEST_F(RandomKills, LoseNothingOfTheCapacitiesWhenTheDeadAreCleanedUp) {
-    killMany(plannedKills() / 2);
+    killMany(plannedKills(kRandomKills) / 2);
     Child cleaner([&] { return database_.cleanUp() ? 0 : 1; });
     ASSERT_EQ(joinInTime(cleaner), 0);
     EXPECT_EQ(database_.faults(), "");

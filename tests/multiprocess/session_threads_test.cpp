@@ -15,7 +15,6 @@ using tavdb::Session;
 constexpr uint32_t kThreads = 4;
 constexpr uint32_t kRounds = kSlow ? 300 : 2000;
 constexpr uint32_t kMediumBytes = 4096;
-constexpr int32_t kDataMedium = 4;
 
 uint32_t makeLeaf(Session &session, uint32_t root) {
     const uint32_t zero = 0;

@@ -23,8 +23,7 @@ constexpr uint32_t kOperations = kSlow ? 2000 : 10000;
 constexpr uint32_t kOperationsAlone = 1000;
 constexpr uint32_t kTurns = kSlow ? 60 : 300;
 constexpr size_t kLeavesMost = 200;
-constexpr uint32_t kMediumBytes = 65536;
-constexpr int32_t kDataMedium = 4;
+constexpr uint32_t kTreeMediumBytes = 65536;
 
 /// What a branch has to hold: the values of its leaves, the first child first.
 struct Branch {
@@ -33,9 +32,9 @@ struct Branch {
 };
 
 /// One process's work on its branch, with a model of it.
-class Worker {
+class BranchWorker {
 public:
-    Worker(Session &opened, uint32_t root, uint32_t branch)
+    BranchWorker(Session &opened, uint32_t root, uint32_t branch)
         : session(opened), sharedRoot(root), node(branch), random(branch) {}
 
     /// @return whether every operation did what it should
@@ -183,14 +182,14 @@ protected:
     }
     Child worker(const DatabaseFolder &folder, uint32_t number, uint32_t operations) {
         return process(folder, [=, this](Session &session) {
-            Worker worker(session, common->root, common->nodes[number]);
+            BranchWorker worker(session, common->root, common->nodes[number]);
             const bool done = worker.run(operations);
             common->branches[number] = worker.result();
             return done;
         });
     }
     std::string imagesAfterWork(const MediaKind &kind) {
-        const DatabaseFolder folder(kMediumBytes, kind);
+        const DatabaseFolder folder(kTreeMediumBytes, kind);
         makeBranches(folder);
         EXPECT_EQ(worker(folder, 0, kOperationsAlone).join(), 0);
         return folder.images();
@@ -207,7 +206,7 @@ INSTANTIATE_TEST_SUITE_P(Media, SharedTree, testing::ValuesIn(kMediaKinds),
                          [](const auto &kind) { return kind.param.name; });
 
 TEST_P(SharedTree, HoldsWhatEveryProcessPutIntoItsBranch) {
-    const DatabaseFolder folder(kMediumBytes, GetParam());
+    const DatabaseFolder folder(kTreeMediumBytes, GetParam());
     makeBranches(folder);
     std::vector<Child> workers;
     for (uint32_t number = 0; number < kBranches; number++)
@@ -223,7 +222,7 @@ TEST_P(SharedTree, HoldsWhatEveryProcessPutIntoItsBranch) {
 }
 
 TEST_P(SharedTree, WhatOneProcessWritesAnotherReadsWithTheSessionThatItHas) {
-    const DatabaseFolder folder(kMediumBytes, GetParam());
+    const DatabaseFolder folder(kTreeMediumBytes, GetParam());
     makeBranches(folder);
     const uint32_t node = common->nodes[0];
     const Shared<Turns> turns;
@@ -250,7 +249,7 @@ TEST_P(SharedTree, WhatOneProcessWritesAnotherReadsWithTheSessionThatItHas) {
 
 TEST_P(SharedTree, HasTheSameBytesOnEveryKindOfMedium) {
     const std::string images = imagesAfterWork(GetParam());
-    EXPECT_GT(images.size(), 4 * kMediumBytes) << "data of values are appended";
+    EXPECT_GT(images.size(), 4 * kTreeMediumBytes) << "data of values are appended";
     EXPECT_TRUE(images == imagesAfterWork(kMediaKinds[0])) << "they differ from those of memory media";
 }
 

@@ -14,7 +14,6 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-constexpr int32_t kDataMedium = 4;
 constexpr MediaKind kMemory = kMediaKinds[0];
 constexpr MediaKind kFile = kMediaKinds[1];
 

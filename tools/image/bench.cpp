@@ -9,7 +9,6 @@ namespace tavdb::image {
 
 namespace {
 
-constexpr uint32_t kHeaderBytes = sizeof(tavDBMMediumHeader);
 constexpr uint64_t kAlignment = 4;
 
 std::string recordName(const FoundAt &at) {

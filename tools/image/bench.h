@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <set>
@@ -21,6 +22,15 @@ namespace tavdb::image {
 
 /// What the name begins with that a component gets in place of a lost one; its key follows.
 inline constexpr const char *kRecovered = "recovered-";
+
+/// @name Where the words of records stand that lead to others
+/// @{
+inline constexpr uint32_t kNamePlace = offsetof(tavDBMComponent, name);
+inline constexpr uint32_t kParentPlace = offsetof(tavDBMComponent, parent);
+inline constexpr uint32_t kNextPlace = offsetof(tavDBMComponent, next);
+inline constexpr uint32_t kFirstChildPlace = offsetof(tavDBMNode, firstChild);
+inline constexpr uint32_t kTierPlace = offsetof(tavDBMLeaf, currentValue);
+/// @}
 
 /// Where something was found.
 struct FoundAt {

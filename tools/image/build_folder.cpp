@@ -23,7 +23,7 @@ namespace tavdb::image {
 namespace {
 
 Fault failed(std::string sentence) {
-    return {FaultKind::failed, std::move(sentence), 0, 0};
+    return {FaultKind::failed, std::move(sentence)};
 }
 
 std::string parentOf(const std::string &path) {

@@ -62,7 +62,7 @@ public:
             return std::nullopt;
         const auto text = formatHeader(model, keys);
         if (!text)
-            return Fault{FaultKind::failed, text.error, 0, 0};
+            return Fault{FaultKind::failed, text.error};
         unlink(fresh.c_str());
         isWritten = true;
         auto fault = writeNewFile(fresh, *text.value);
@@ -108,7 +108,7 @@ Status makeTable(const std::string &path, int32_t (*start)(const char *), int32_
     if (started != 0)
         return faultOfCode(static_cast<uint32_t>(started), 0);
     // A table that could be neither opened nor made counts as started.
-    return access(path.c_str(), F_OK) == 0 ? Status{} : Fault{FaultKind::medium, "cannot be made", 0, 0};
+    return access(path.c_str(), F_OK) == 0 ? Status{} : Fault{FaultKind::medium, "cannot be made"};
 }
 
 /// The tables bear the traces of the build: they are made anew, on this machine or
@@ -191,7 +191,7 @@ Result<BuildSummary> buildDatabase(const Model &model, const std::string &path, 
     if (!fault)
         fault = header.write(model, summary.keys);
     if (!fault && options.interrupted())
-        fault = Fault{FaultKind::failed, "interrupted", 0, 0};
+        fault = Fault{FaultKind::failed, "interrupted"};
     if (!fault)
         fault = folder.value->publish(*target.value);
     // An old database that could not be removed does not keep the new one from being there.

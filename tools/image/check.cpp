@@ -2,7 +2,6 @@
 #include "image/check.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <set>
 
 #include "image/bench.h"
@@ -15,12 +14,6 @@
 namespace tavdb::image {
 
 namespace {
-
-constexpr uint32_t kNamePlace = offsetof(tavDBMComponent, name);
-constexpr uint32_t kParentPlace = offsetof(tavDBMComponent, parent);
-constexpr uint32_t kNextPlace = offsetof(tavDBMComponent, next);
-constexpr uint32_t kFirstChildPlace = offsetof(tavDBMNode, firstChild);
-constexpr uint32_t kTierPlace = offsetof(tavDBMLeaf, currentValue);
 
 /// The steps of a check, in the order in which each knows what it needs: what is in
 /// use is claimed before anything new takes a place.
@@ -220,11 +213,6 @@ private:
 
 constexpr size_t kPassesMax = 8;
 
-bool haveEqualBytes(const RawImages &a, const RawImages &b) {
-    return std::all_of(kMediumNames.begin(), kMediumNames.end(),
-                       [&](const MediumName &medium) { return a.content(medium.id) == b.content(medium.id); });
-}
-
 bool isSame(const Finding &a, const Finding &b) {
     return a.file == b.file && a.record == b.record && a.what == b.what;
 }
@@ -256,10 +244,10 @@ bool Examination::hasLosses() const {
 Examination examine(RawImages images) {
     auto examination = Check(images).run();
     // What was put right may show what else is wrong, in images that are damaged all over.
-    for (size_t pass = 1; pass < kPassesMax && !haveEqualBytes(images, examination.images); pass++) {
+    for (size_t pass = 1; pass < kPassesMax && !images.equals(examination.images); pass++) {
         images = examination.images;
         auto next = Check(images).run();
-        if (!haveEqualBytes(images, next.images))
+        if (!images.equals(next.images))
             takeOver(examination, std::move(next));
     }
     return examination;

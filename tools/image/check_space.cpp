@@ -10,7 +10,6 @@ namespace tavdb::image {
 
 namespace {
 
-constexpr uint32_t kHeaderBytes = sizeof(tavDBMMediumHeader);
 constexpr uint32_t kBlockBytes = sizeof(tavDBMFreeBlock);
 
 void checkHeader(Bench &bench, const MediumName &medium) {

@@ -2,7 +2,6 @@
 #include "image/check_tables.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -134,10 +133,6 @@ private:
     std::string remedy;
     std::vector<bool> seen;
 };
-
-bool isAlive(int32_t process) {
-    return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
-}
 
 template <typename Table>
 std::string bytesOf(const Table &table) {

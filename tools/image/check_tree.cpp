@@ -9,11 +9,7 @@ namespace tavdb::image {
 
 namespace {
 
-constexpr uint32_t kHeaderBytes = sizeof(tavDBMMediumHeader);
 constexpr uint32_t kWordBytes = sizeof(uint32_t);
-constexpr uint32_t kFirstChildPlace = offsetof(tavDBMNode, firstChild);
-constexpr uint32_t kNextPlace = offsetof(tavDBMComponent, next);
-constexpr uint32_t kParentPlace = offsetof(tavDBMComponent, parent);
 constexpr uint32_t kKindPlace = offsetof(tavDBMComponent, kind);
 
 uint32_t sizeOfKind(int32_t kind) {

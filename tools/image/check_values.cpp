@@ -13,7 +13,6 @@ namespace {
 constexpr std::array<const char *, kTierCount> kTierNames = {"current", "default", "factory"};
 /// What stands in for a value that is lost, the best first.
 constexpr size_t kSubstitutes[kTierCount][2] = {{1, 2}, {2, 0}, {1, 0}};
-constexpr uint32_t kTierPlace = offsetof(tavDBMLeaf, currentValue);
 constexpr uint32_t kTypePlace = offsetof(tavDBMValue, type);
 constexpr uint32_t kConstraintPlace = offsetof(tavDBMValue, constraintKey);
 

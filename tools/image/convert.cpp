@@ -98,8 +98,7 @@ Status checkUnused(const DatabaseDirectory &directory) {
     for (const auto &session : *sessions.value)
         if (session.isAlive)
             return Fault{FaultKind::locked,
-                         "is in use by process " + std::to_string(session.process) + ", which could write meanwhile", 0,
-                         0};
+                         "is in use by process " + std::to_string(session.process) + ", which could write meanwhile"};
     return std::nullopt;
 }
 
@@ -212,7 +211,7 @@ Status DatabaseCopy::writeFiles(const std::string &folder, const std::function<b
         if (auto fault = writeNewFile(joinPath(folder, file.name), content, file.rights))
             return faultIn(file.name, std::move(*fault));
         if (interrupted())
-            return Fault{FaultKind::failed, "interrupted", 0, 0};
+            return Fault{FaultKind::failed, "interrupted"};
     }
     return std::nullopt;
 }

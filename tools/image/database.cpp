@@ -24,10 +24,9 @@ enum class ProcessState { free, attached, unusable };
 ProcessState processState = ProcessState::free;
 
 Fault processFault() {
-    return {FaultKind::failed,
-            processState == ProcessState::attached ? "this process is attached to a database already"
-                                                   : "an earlier attach of this process failed half-way",
-            0, 0};
+    return {FaultKind::failed, processState == ProcessState::attached
+                                   ? "this process is attached to a database already"
+                                   : "an earlier attach of this process failed half-way"};
 }
 
 /// A control table that cannot be used shows as a failing mutex; its path says more.
@@ -39,10 +38,6 @@ Fault attachFault(int32_t code) {
     if (fault.kind == FaultKind::notFound)
         fault.kind = FaultKind::failed;
     return fault;
-}
-
-Fault damaged(std::string sentence) {
-    return {FaultKind::damaged, std::move(sentence), 0, 0};
 }
 
 std::string keyName(uint32_t key) {
@@ -152,7 +147,7 @@ private:
     Fault notFound() const {
         const auto sentence = deepestIsNode ? "there is no " + quote(missing) + " in " + deepest
                                             : deepest + " is a leaf, there is nothing below it";
-        return {FaultKind::notFound, sentence, 0, 0};
+        return {FaultKind::notFound, sentence};
     }
 
     Database &database;
@@ -211,7 +206,7 @@ Status Database::lastFault() const {
 Fault Database::knownFault() const {
     // The one failure that records nothing is a creation for which there is no room.
     if (record.errorCode == 0)
-        return {FaultKind::medium, "the medium is full", 0, 0};
+        return {FaultKind::medium, "the medium is full"};
     return faultOfCode(record.errorCode, record.errorDetail);
 }
 
@@ -238,7 +233,7 @@ Result<StoredComponent> readRoot(Database &database) {
 }
 
 Fault tooManyLevels() {
-    return {FaultKind::failed, "is nested deeper than " + std::to_string(kLevelsMax) + " levels", 0, 0};
+    return {FaultKind::failed, "is nested deeper than " + std::to_string(kLevelsMax) + " levels"};
 }
 
 Status forEachChild(Database &database, const StoredComponent &node, Visited &visited,
@@ -263,7 +258,7 @@ Status forEachChild(Database &database, const StoredComponent &node, Visited &vi
 
 Result<Located> locate(Database &database, std::string_view path) {
     if (path.empty())
-        return Result<Located>::bad({FaultKind::usage, "the path is empty", 0, 0});
+        return Result<Located>::bad({FaultKind::usage, "the path is empty"});
     return Search(database, path).run();
 }
 

@@ -15,7 +15,6 @@ namespace tavdb::image {
 namespace {
 
 constexpr size_t kSmallEnumeration = 256;
-constexpr size_t kElementsMax = 65536;
 
 Type typeOf(Primitive primitive) {
     switch (primitive) {

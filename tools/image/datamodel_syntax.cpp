@@ -5,14 +5,12 @@
 #include <array>
 #include <string_view>
 
+#include "image/description.h"
 #include "image/text_util.h"
 
 namespace tavdb::image {
 
 namespace {
-
-/// Data types that build on each other.
-constexpr int kChainMax = 64;
 
 struct PrimitiveRow {
     std::string_view name;
@@ -114,7 +112,7 @@ std::optional<Syntax> DataTypes::resolve(const pugi::xml_node &syntax, std::stri
     return resolved;
 }
 
-std::optional<Syntax> DataTypes::resolveType(const pugi::xml_node &element, int depth, std::string &error) const {
+std::optional<Syntax> DataTypes::resolveType(const pugi::xml_node &element, size_t depth, std::string &error) const {
     std::optional<Syntax> syntax;
     if (const auto *row = findPrimitive(element.name())) {
         syntax.emplace().primitive = row->primitive;
@@ -127,9 +125,9 @@ std::optional<Syntax> DataTypes::resolveType(const pugi::xml_node &element, int 
     return syntax;
 }
 
-std::optional<Syntax> DataTypes::resolveNamed(const std::string &name, int depth, std::string &error) const {
+std::optional<Syntax> DataTypes::resolveNamed(const std::string &name, size_t depth, std::string &error) const {
     const auto found = definitions.find(name);
-    if (found == definitions.end() || depth > kChainMax) {
+    if (found == definitions.end() || depth > kTypeChainMax) {
         error = found == definitions.end() ? "there is no data type " + quote(name)
                                            : "data types build on each other without an end, at " + quote(name);
         return std::nullopt;

@@ -51,8 +51,8 @@ public:
     std::optional<Syntax> resolve(const pugi::xml_node &syntax, std::string &error) const;
 
 private:
-    std::optional<Syntax> resolveType(const pugi::xml_node &element, int depth, std::string &error) const;
-    std::optional<Syntax> resolveNamed(const std::string &name, int depth, std::string &error) const;
+    std::optional<Syntax> resolveType(const pugi::xml_node &element, size_t depth, std::string &error) const;
+    std::optional<Syntax> resolveNamed(const std::string &name, size_t depth, std::string &error) const;
 
     std::map<std::string, pugi::xml_node, std::less<>> definitions;
 };

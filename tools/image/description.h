@@ -23,6 +23,8 @@ struct ReadOptions {
 
 /// Levels of nodes below the root.
 inline constexpr size_t kDepthMax = 64;
+/// Reusable types that build on each other.
+inline constexpr size_t kTypeChainMax = 64;
 
 struct Description {
     Model model;  ///< empty when there are errors

@@ -58,15 +58,15 @@ bool exists(const std::string &path) {
 Fault missingMediaFile(const std::string &folder) {
     for (const auto &medium : kMediumNames)
         if (exists(joinPath(folder, medium.file)))
-            return {FaultKind::damaged, "the database is incomplete: media.conf is missing", 0, 0};
-    return {FaultKind::notFound, "is not a database directory: it has no media.conf", 0, 0};
+            return {FaultKind::damaged, "the database is incomplete: media.conf is missing"};
+    return {FaultKind::notFound, "is not a database directory: it has no media.conf"};
 }
 
 Result<std::vector<MediaLine>> readMediaFile(const std::string &folder) {
     using Lines = Result<std::vector<MediaLine>>;
     struct stat status = {};
     if (stat(folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
-        return Lines::bad({FaultKind::notFound, "is not a database directory: it is a file", 0, 0});
+        return Lines::bad({FaultKind::notFound, "is not a database directory: it is a file"});
     const auto path = joinPath(folder, kMediaFile);
     const auto content = readRegularFile(path, kMediaFileBytesMax);
     if (!content && content.error.kind == FaultKind::notFound)
@@ -75,15 +75,13 @@ Result<std::vector<MediaLine>> readMediaFile(const std::string &folder) {
         return Lines::bad(faultIn(std::string(kMediaFile), content.error));
     auto lines = parseMediaFile(*content.value);
     if (lines.size() < kMediumNames.size())
-        return Lines::bad({FaultKind::damaged,
-                           "media.conf names " + std::to_string(lines.size()) + " media, a database has " +
-                               std::to_string(kMediumNames.size()),
-                           0, 0});
+        return Lines::bad({FaultKind::damaged, "media.conf names " + std::to_string(lines.size()) +
+                                                   " media, a database has " + std::to_string(kMediumNames.size())});
     return Lines::good(std::move(lines));
 }
 
 Fault damagedHeader(const std::string &sentence) {
-    return {FaultKind::damaged, "the header is damaged: " + sentence, 0, 0};
+    return {FaultKind::damaged, "the header is damaged: " + sentence};
 }
 
 /// An image as far as it is looked at: its first words as this machine has them.
@@ -98,10 +96,8 @@ Status checkRole(const tavDBMMediumHeader &header, int32_t medium) {
     const uint32_t format = header.preparer[1] >> 16;
     const uint32_t role = header.preparer[1] & 0xFFFF;
     if (format != kFormatVersion)
-        return Fault{
-            FaultKind::mismatch,
-            "is of format " + std::to_string(format) + ", this program knows format " + std::to_string(kFormatVersion),
-            0, 0};
+        return Fault{FaultKind::mismatch, "is of format " + std::to_string(format) + ", this program knows format " +
+                                              std::to_string(kFormatVersion)};
     if (role != static_cast<uint32_t>(medium))
         return damagedHeader("it says medium " + std::to_string(role) + ", this is medium " + std::to_string(medium));
     return std::nullopt;
@@ -139,7 +135,7 @@ Result<ImageStart> readStart(const std::string &path) {
     using Start = Result<ImageStart>;
     const auto file = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file.isOpen() && errno == ENOENT)
-        return Start::bad({FaultKind::damaged, "the database is incomplete: this image is missing", 0, 0});
+        return Start::bad({FaultKind::damaged, "the database is incomplete: this image is missing"});
     struct stat status = {};
     if (!file.isOpen() || fstat(file.get(), &status) != 0)
         return Start::bad(faultOfError(errno, "cannot be opened"));
@@ -204,7 +200,7 @@ Status checkTables(const DatabaseDirectory &directory) {
 }
 
 Fault unfit(const std::string &sentence) {
-    return faultIn(std::string(kMediaFile), {FaultKind::failed, sentence, 0, 0});
+    return faultIn(std::string(kMediaFile), {FaultKind::failed, sentence});
 }
 
 bool put(char (&field)[TAVDB_PATH_SIZE], const std::string &folder, std::string_view name) {
@@ -237,7 +233,7 @@ Result<std::unique_ptr<const tavDBMDescription>> describeDirectory(const std::st
                       put(description->lockPath, path, kLockTable) && put(description->mediaPath, path, kMediaFile) &&
                       put(description->hookPath, path, kHookFile);
     if (!fits)
-        return Described::bad({FaultKind::failed, "the path is too long for the library", 0, 0});
+        return Described::bad({FaultKind::failed, "the path is too long for the library"});
     description->componentMedia = kComponentMedium;
     description->valueMedia = kValueMedium;
     description->constraintMedia = kConstraintMedium;
@@ -246,17 +242,16 @@ Result<std::unique_ptr<const tavDBMDescription>> describeDirectory(const std::st
 }
 
 Fault otherOrder() {
-    return {FaultKind::mismatch,
-            std::string("its numbers are stored ") + nameOf(opposite(nativeOrder())) + " and this machine is " +
-                nameOf(nativeOrder()) + "; 'tavdb convert' makes a copy for this machine",
-            0, 0};
+    return {FaultKind::mismatch, std::string("its numbers are stored ") + nameOf(opposite(nativeOrder())) +
+                                     " and this machine is " + nameOf(nativeOrder()) +
+                                     "; 'tavdb convert' makes a copy for this machine"};
 }
 
 Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse use) {
     using Opened = Result<DatabaseDirectory>;
     const auto real = realPath(path);
     if (!real && real.error.kind == FaultKind::notFound)
-        return Opened::bad({FaultKind::notFound, "there is no such directory", 0, 0});
+        return Opened::bad({FaultKind::notFound, "there is no such directory"});
     if (!real)
         return Opened::bad(real.error);
     auto media = readMediaFile(*real.value);
@@ -269,7 +264,7 @@ Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse us
     if (use == DirectoryUse::repair)
         return Opened::good(std::move(directory));
     if (exists(joinPath(directory.path, kRepairJournal)))
-        return Opened::bad({FaultKind::damaged, "a repair was cut short; 'tavdb repair' finishes it", 0, 0});
+        return Opened::bad({FaultKind::damaged, "a repair was cut short; 'tavdb repair' finishes it"});
     auto fault = checkImages(directory, use);
     if (!fault && use == DirectoryUse::attach)
         fault = checkTables(directory);

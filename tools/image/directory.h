@@ -60,6 +60,8 @@ inline std::string socketName(const MediumName &medium) {
     return std::string(medium.kind) + ".sock";
 }
 
+/// What is in front of every image.
+inline constexpr uint32_t kHeaderBytes = sizeof(tavDBMMediumHeader);
 /// "TAVD" as a word of the machine.
 inline constexpr uint32_t kMagic = 0x54415644;
 inline constexpr uint32_t kFormatVersion = 1;
@@ -79,9 +81,9 @@ struct MediaLine {
 };
 
 struct DatabaseDirectory {
-    std::string path;  ///< absolute, without symbolic links
+    std::string path;                                      ///< absolute, without symbolic links
     std::unique_ptr<const tavDBMDescription> description;  ///< of 16 KiB: not to be copied about
-    std::vector<MediaLine> media;  ///< in the order of their ids, from 1
+    std::vector<MediaLine> media;                          ///< in the order of their ids, from 1
     ByteOrder order = nativeOrder();
 
     const MediaLine &lineOf(int32_t medium) const {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "image/outcome.h"
 
@@ -32,6 +33,11 @@ struct Fault {
     uint32_t code = 0;  ///< the library's, 0 when it had no part in it
     uint32_t detail = 0;
 };
+
+/// The fault of a database that does not hold what it should.
+inline Fault damaged(std::string sentence) {
+    return {FaultKind::damaged, std::move(sentence)};
+}
 
 template <typename T>
 using Result = Outcome<T, Fault>;

@@ -39,7 +39,7 @@ Result<std::string> readOpened(int fd, size_t limitBytes) {
         content.append(buffer.data(), static_cast<size_t>(count));
         if (content.size() > limitBytes)
             return Result<std::string>::bad(
-                {FaultKind::usage, "is longer than " + std::to_string(limitBytes) + " bytes", 0, 0});
+                {FaultKind::usage, "is longer than " + std::to_string(limitBytes) + " bytes"});
     }
 }
 
@@ -62,7 +62,7 @@ Status checkRegular(int fd) {
     struct stat status = {};
     if (fstat(fd, &status) != 0)
         return faultOfError(errno, "cannot be opened");
-    return S_ISREG(status.st_mode) ? Status{} : Fault{FaultKind::damaged, "is no regular file", 0, 0};
+    return S_ISREG(status.st_mode) ? Status{} : Fault{FaultKind::damaged, "is no regular file"};
 }
 
 Result<std::string> readFile(const std::string &path, size_t limitBytes) {

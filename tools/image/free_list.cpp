@@ -12,10 +12,6 @@ namespace {
 
 constexpr uint32_t kHeadBytes = sizeof(tavDBMFreeBlock);
 
-Fault damaged(std::string sentence) {
-    return {FaultKind::damaged, std::move(sentence), 0, 0};
-}
-
 template <typename Record>
 Result<Record> readRecord(Database &database, int32_t medium, uint32_t offset) {
     const auto bytes = readMedium(database, medium, offset, sizeof(Record));
@@ -88,27 +84,39 @@ Status releaseOne(Database &database, int32_t medium, const ByteRange &range) {
 
 }  // namespace
 
+Status forEachFreeBlock(Database &database, int32_t medium, const std::function<Status(const ByteRange &)> &visit) {
+    const auto header = readRecord<tavDBMMediumHeader>(database, medium, 0);
+    if (!header)
+        return header.error;
+    Visited visited;
+    for (uint32_t offset = header.value->firstFree; offset != 0;) {
+        const auto block = readRecord<tavDBMFreeBlock>(database, medium, offset);
+        if (!block)
+            return block.error;
+        if (!visited.insert(offset).second)
+            return damaged("its free list runs in a circle");
+        if (auto fault = visit({offset, block.value->size}))
+            return fault;
+        offset = block.value->next;
+    }
+    return std::nullopt;
+}
+
 Result<std::vector<ByteRange>> readFreeList(Database &database, int32_t medium) {
     using Blocks = Result<std::vector<ByteRange>>;
     const auto size = mediumSize(database, medium);
     if (!size)
         return Blocks::bad(size.error);
-    const auto header = readRecord<tavDBMMediumHeader>(database, medium, 0);
-    if (!header)
-        return Blocks::bad(header.error);
     std::vector<ByteRange> blocks;
-    uint64_t end = sizeof(tavDBMMediumHeader);
-    for (uint32_t offset = header.value->firstFree; offset != 0;) {
-        const auto block = readRecord<tavDBMFreeBlock>(database, medium, offset);
-        if (!block)
-            return Blocks::bad(block.error);
-        blocks.push_back({offset, block.value->size});
-        if (offset < end || block.value->size < kHeadBytes || blocks.back().end() > *size.value)
-            return Blocks::bad(damaged("its free list is damaged at " + std::to_string(offset)));
-        end = blocks.back().end();
-        offset = block.value->next;
-    }
-    return Blocks::good(std::move(blocks));
+    uint64_t end = kHeaderBytes;
+    const auto fault = forEachFreeBlock(database, medium, [&](const ByteRange &block) -> Status {
+        if (block.offset < end || block.sizeBytes < kHeadBytes || block.end() > *size.value)
+            return damaged("its free list is damaged at " + std::to_string(block.offset));
+        blocks.push_back(block);
+        end = block.end();
+        return std::nullopt;
+    });
+    return fault ? Blocks::bad(*fault) : Blocks::good(std::move(blocks));
 }
 
 std::vector<ByteRange> mergeRanges(std::vector<ByteRange> ranges) {

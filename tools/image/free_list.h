@@ -5,12 +5,17 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "image/byte_range.h"
 #include "image/database.h"
 
 namespace tavdb::image {
+
+/// Calls visit(block) for each block of the list, as its head describes it, until that returns a fault. A list that
+/// leaves the medium or runs in a circle is one.
+Status forEachFreeBlock(Database &database, int32_t medium, const std::function<Status(const ByteRange &)> &visit);
 
 /// The free blocks in the order of the list. A list that leaves the medium, runs in
 /// a circle or goes backwards is a fault.

@@ -34,10 +34,6 @@ const TierRow &rowOf(Tier tier) {
     return kTierRows[static_cast<size_t>(tier)];
 }
 
-Fault damaged(std::string sentence) {
-    return {FaultKind::damaged, std::move(sentence), 0, 0};
-}
-
 Status checkRecord(Database &database, const tavDBMValue &value, uint32_t key) {
     if (value.key != key)
         return damaged("the record says that it is at " + std::to_string(value.key));
@@ -89,7 +85,7 @@ Type typeOf(const tavDBMValue &value) {
 Status fillLeaf(Database &database, StoredLeaf &stored, const SchemaEntry &entry) {
     const auto *value = leadingValue(stored);
     if (value == nullptr)
-        return Fault{FaultKind::notFound, "has no value", 0, 0};
+        return Fault{FaultKind::notFound, "has no value"};
     stored.typeCode = value->type;
     stored.leaf.type = typeOf(*value);
     stored.leaf.lengthBytes = static_cast<uint32_t>(value->length);
@@ -129,7 +125,7 @@ Result<StoredLeaf> readLeaf(Database &database, const StoredComponent &component
 Result<Value> readTier(Database &database, const StoredLeaf &stored, Tier tier) {
     const auto &record = stored.valueOf(tier);
     if (record.key == 0)
-        return Result<Value>::bad({FaultKind::notFound, "has no " + std::string(tierName(tier)) + " value", 0, 0});
+        return Result<Value>::bad({FaultKind::notFound, "has no " + std::string(tierName(tier)) + " value"});
     std::string bytes(static_cast<size_t>(record.length), '\0');
     int32_t length = record.length;
     if (auto fault = callLibrary(database, rowOf(tier).read, stored.key, static_cast<void *>(bytes.data()), &length))
@@ -144,9 +140,9 @@ Result<Value> readTier(Database &database, const StoredLeaf &stored, Tier tier) 
 Status writeTier(Database &database, const StoredLeaf &stored, Tier tier, const Value &value) {
     const auto &record = stored.valueOf(tier);
     if (rowOf(tier).write == nullptr)
-        return Fault{FaultKind::refused, "the factory value is never written", 0, 0};
+        return Fault{FaultKind::refused, "the factory value is never written"};
     if (record.key == 0)
-        return Fault{FaultKind::notFound, "has no " + std::string(tierName(tier)) + " value", 0, 0};
+        return Fault{FaultKind::notFound, "has no " + std::string(tierName(tier)) + " value"};
     // The hooks may change the bytes, so they must not be anybody else's.
     auto bytes = encodeValue(stored.leaf.type, static_cast<uint32_t>(record.length), value);
     if (bytes.size() != static_cast<size_t>(record.length))

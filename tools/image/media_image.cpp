@@ -15,7 +15,6 @@ namespace tavdb::image {
 
 namespace {
 
-constexpr uint32_t kHeaderBytes = sizeof(tavDBMMediumHeader);
 static_assert(kHeaderBytes == 16);
 
 uint64_t constraintBytes(const Leaf &leaf) {
@@ -92,11 +91,9 @@ Result<MediumBytes> imageBytes(const MediumBytes &content, uint32_t slackPercent
         // A multiple of 8 keeps the free block from ending in an odd rest.
         const uint64_t whole = medium.holdsRecords ? (needed + slack + 7) / 8 * 8 : needed;
         if (whole > kMediumBytesMax)
-            return Result<MediumBytes>::bad({FaultKind::failed,
-                                             "the " + std::string(medium.kind) + " medium would have " +
-                                                 std::to_string(whole) + " bytes, " + std::to_string(kMediumBytesMax) +
-                                                 " are possible",
-                                             0, 0});
+            return Result<MediumBytes>::bad(
+                {FaultKind::failed, "the " + std::string(medium.kind) + " medium would have " + std::to_string(whole) +
+                                        " bytes, " + std::to_string(kMediumBytesMax) + " are possible"});
         sizes[static_cast<size_t>(medium.id)] = medium.holdsRecords ? whole : kHeaderBytes;
     }
     return Result<MediumBytes>::good(sizes);

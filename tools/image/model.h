@@ -37,6 +37,9 @@ struct Element {
 };
 
 using Enumeration = std::vector<Element>;
+/// As many as a u16 has numbers.
+inline constexpr size_t kElementsMax = 65536;
+
 using Constraint = std::variant<std::monostate, Range, Enumeration>;
 
 struct Leaf {

@@ -42,6 +42,10 @@ public:
     const std::string &content(int32_t medium) const {
         return contents[static_cast<size_t>(medium)];
     }
+    /// Whether all bytes are the same, whatever order they are said to be in.
+    bool equals(const RawImages &other) const {
+        return contents == other.contents;
+    }
     bool contains(int32_t medium, const ByteRange &range) const {
         return isMedium(medium) && range.end() <= content(medium).size();
     }

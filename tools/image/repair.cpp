@@ -57,7 +57,7 @@ Result<std::vector<std::string>> readJournal(const std::string &folder) {
         if (isReplaceable(name))
             names.push_back(name);
         else
-            return Names::bad(faultIn(std::string(kRepairJournal), {FaultKind::damaged, "is no journal", 0, 0}));
+            return Names::bad(faultIn(std::string(kRepairJournal), {FaultKind::damaged, "is no journal"}));
     return Names::good(std::move(names));
 }
 
@@ -103,10 +103,8 @@ Status checkMarks(const RawImages::Contents &contents) {
     if (there > here)
         return otherOrder();
     if (here != 0 && strange == here)
-        return Fault{
-            FaultKind::mismatch,
-            "is of format " + std::to_string(format) + ", this program knows format " + std::to_string(kFormatVersion),
-            0, 0};
+        return Fault{FaultKind::mismatch, "is of format " + std::to_string(format) + ", this program knows format " +
+                                              std::to_string(kFormatVersion)};
     return std::nullopt;
 }
 
@@ -122,8 +120,7 @@ Status checkPlaces(const RawImages::Contents &contents) {
             strangers.emplace_back(medium.file);
     if (strangers.size() < 2)
         return std::nullopt;
-    return Fault{FaultKind::damaged, strangers[0] + " and " + strangers[1] + " are images of other media: exchanged?",
-                 0, 0};
+    return Fault{FaultKind::damaged, strangers[0] + " and " + strangers[1] + " are images of other media: exchanged?"};
 }
 
 /// The images, those that a journal names in their repaired form. One that is missing is empty.
@@ -143,7 +140,7 @@ Result<RawImages::Contents> readContents(const std::string &folder, const std::v
         contents[static_cast<size_t>(medium.id)] = content ? std::move(*content.value) : std::string();
     }
     if (missing == kMediumNames.size())
-        return Contents::bad({FaultKind::damaged, "the database is incomplete: all images are missing", 0, 0});
+        return Contents::bad({FaultKind::damaged, "the database is incomplete: all images are missing"});
     return Contents::good(std::move(contents));
 }
 
@@ -153,13 +150,13 @@ Status takeLocks(const std::string &folder, std::vector<Descriptor> &locks) {
     if (!locks[0].isOpen())
         return faultOfError(errno, "cannot be opened");
     if (flock(locks[0].get(), LOCK_EX | LOCK_NB) != 0)
-        return Fault{FaultKind::locked, "is being repaired by another process", 0, 0};
+        return Fault{FaultKind::locked, "is being repaired by another process"};
     for (const auto &medium : kMediumNames) {
         auto image = openFile(joinPath(folder, medium.file), O_RDONLY | O_NONBLOCK);
         if (!image.isOpen())
             continue;
         if (flock(image.get(), LOCK_EX | LOCK_NB) != 0)
-            return faultIn(std::string(medium.file), {FaultKind::locked, "is owned by a media server", 0, 0});
+            return faultIn(std::string(medium.file), {FaultKind::locked, "is owned by a media server"});
         locks.push_back(std::move(image));
     }
     return std::nullopt;
@@ -391,7 +388,7 @@ private:
         if (!file.isOpen())
             return faultOfError(errno, "cannot be opened");
         if (flock(file.get(), LOCK_EX | LOCK_NB) != 0)
-            return Fault{FaultKind::locked, "is in use", 0, 0};
+            return Fault{FaultKind::locked, "is in use"};
         if (auto fault = writeAll(file.get(), content))
             return fault;
         if (ftruncate(file.get(), static_cast<off_t>(content.size())) != 0 || fsync(file.get()) != 0)
@@ -484,7 +481,7 @@ Result<Repaired> repairDatabase(const std::string &path, const RepairStep &step)
     if (!check)
         return Done::bad(std::move(check.error));
     if (const auto &living = check.value->tables.living; !living.empty())
-        return Done::bad({FaultKind::locked, "is in use by process " + std::to_string(living[0]), 0, 0});
+        return Done::bad({FaultKind::locked, "is in use by process " + std::to_string(living[0])});
     return Repair(std::move(*check.value), step).run();
 }
 

@@ -44,10 +44,6 @@ std::optional<EntryLine> splitLine(std::string_view line) {
     return EntryLine{line.substr(0, end + 1), entry};
 }
 
-Fault damaged(std::string sentence) {
-    return {FaultKind::damaged, std::move(sentence), 0, 0};
-}
-
 /// The first line that begins behind the front of `block`, with its place. Nothing when the block ends in its path.
 std::optional<std::pair<size_t, EntryLine>> firstLine(std::string_view block) {
     const auto newline = block.find('\n');

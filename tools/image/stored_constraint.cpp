@@ -8,10 +8,6 @@ namespace tavdb::image {
 
 namespace {
 
-Fault damaged(std::string sentence) {
-    return {FaultKind::damaged, std::move(sentence), 0, 0};
-}
-
 /// The numbers that lie packed in `bytes`.
 std::vector<Value> unpack(Type type, std::string_view bytes) {
     const size_t width = typeInfo(type).widthBytes;
@@ -77,8 +73,7 @@ Status readTyped(Database &database, uint32_t key, Type type, StoredConstraint &
     if (!kind)
         return faultOfCode(TAVDB_ERR_CONSTRAINT_TYPE, 0);
     if (kind->valueType != static_cast<int32_t>(type))
-        return Fault{FaultKind::damaged, "it is for values of type " + std::string(findType(kind->valueType)->name), 0,
-                     0};
+        return Fault{FaultKind::damaged, "it is for values of type " + std::string(findType(kind->valueType)->name)};
     return kind->kind == RecordKind::enumeration ? readEnumeration(database, key, type, stored.constraint)
                                                  : readRange(database, key, type, stored.constraint);
 }

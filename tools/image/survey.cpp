@@ -2,7 +2,8 @@
 #include "image/survey.h"
 
 #include <algorithm>
-#include <cstring>
+
+#include "image/free_list.h"
 
 namespace tavdb::image {
 
@@ -72,19 +73,6 @@ private:
     Status fault;
 };
 
-template <typename Record>
-Result<Record> readRecord(Database &database, int32_t medium, uint32_t offset) {
-    const auto bytes = readMedium(database, medium, offset, sizeof(Record));
-    if (!bytes)
-        return Result<Record>::bad(bytes.error);
-    if (bytes.value->size() < sizeof(Record))
-        return Result<Record>::bad(
-            {FaultKind::damaged, "a free block lies outside at " + std::to_string(offset), 0, 0});
-    Record record = {};
-    std::memcpy(&record, bytes.value->data(), sizeof record);
-    return Result<Record>::good(record);
-}
-
 }  // namespace
 
 Result<Census> takeCensus(Database &database) {
@@ -92,23 +80,14 @@ Result<Census> takeCensus(Database &database) {
 }
 
 Result<FreeSpace> measureFreeSpace(Database &database, int32_t medium) {
-    const auto header = readRecord<tavDBMMediumHeader>(database, medium, 0);
-    if (!header)
-        return Result<FreeSpace>::bad(header.error);
     FreeSpace space;
-    Visited visited;
-    for (uint32_t offset = header.value->firstFree; offset != 0;) {
-        const auto block = readRecord<tavDBMFreeBlock>(database, medium, offset);
-        if (!block)
-            return Result<FreeSpace>::bad(block.error);
-        if (!visited.insert(offset).second)
-            return Result<FreeSpace>::bad({FaultKind::damaged, "its free list runs in a circle", 0, 0});
-        space.bytes += block.value->size;
-        space.largestBlock = std::max(space.largestBlock, block.value->size);
+    const auto fault = forEachFreeBlock(database, medium, [&](const ByteRange &block) -> Status {
+        space.bytes += block.sizeBytes;
+        space.largestBlock = std::max(space.largestBlock, block.sizeBytes);
         space.blocks++;
-        offset = block.value->next;
-    }
-    return Result<FreeSpace>::good(space);
+        return std::nullopt;
+    });
+    return fault ? Result<FreeSpace>::bad(*fault) : Result<FreeSpace>::good(space);
 }
 
 }  // namespace tavdb::image

@@ -24,10 +24,8 @@ Result<std::unique_ptr<Table>> readTable(const std::string &path) {
     if (!content)
         return Read::bad(faultIn(path, content.error));
     if (content.value->size() != sizeof(Table))
-        return Read::bad({FaultKind::damaged,
-                          path + " has " + std::to_string(content.value->size()) + " bytes, a table of its kind has " +
-                              std::to_string(sizeof(Table)),
-                          0, 0});
+        return Read::bad({FaultKind::damaged, path + " has " + std::to_string(content.value->size()) +
+                                                  " bytes, a table of its kind has " + std::to_string(sizeof(Table))});
     auto table = std::make_unique<Table>();
     std::memcpy(table.get(), content.value->data(), sizeof(Table));
     return Read::good(std::move(table));
@@ -43,10 +41,6 @@ void walk(const Record (&records)[Slots], uint32_t head, Visit visit) {
     }
 }
 
-bool isAlive(int32_t process) {
-    return kill(process, 0) == 0 || errno == EPERM;
-}
-
 bool isSame(const tavDBMDescription &a, const tavDBMDescription &b) {
     return std::strncmp(a.sessionPath, b.sessionPath, sizeof a.sessionPath) == 0 &&
            std::strncmp(a.lockPath, b.lockPath, sizeof a.lockPath) == 0 &&
@@ -57,6 +51,10 @@ bool isSame(const tavDBMDescription &a, const tavDBMDescription &b) {
 }
 
 }  // namespace
+
+bool isAlive(int32_t process) {
+    return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
+}
 
 Result<std::vector<OpenSession>> readSessions(const std::string &path) {
     using Sessions = Result<std::vector<OpenSession>>;

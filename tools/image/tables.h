@@ -14,11 +14,14 @@
 
 namespace tavdb::image {
 
+/// Whether there is such a process.
+bool isAlive(int32_t process);
+
 struct OpenSession {
     uint32_t id = 0;
     int32_t process = 0;
     uint32_t database = 0;
-    bool isAlive = false;  ///< whether there is such a process
+    bool isAlive = false;
 };
 Result<std::vector<OpenSession>> readSessions(const std::string &path);
 

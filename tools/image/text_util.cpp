@@ -52,13 +52,13 @@ bool isSpace(char character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
-std::string escape(char character) {
+}  // namespace
+
+std::string hexEscape(char character) {
     constexpr std::string_view digits = "0123456789abcdef";
     const auto byte = static_cast<uint8_t>(character);
     return {'\\', 'x', digits[byte >> 4U], digits[byte & 0xFU]};
 }
-
-}  // namespace
 
 std::string quote(std::string_view text) {
     auto shown = text.substr(0, kQuotedBytesMax);
@@ -71,7 +71,7 @@ std::string quote(std::string_view text) {
 std::string escapeControls(std::string_view text) {
     std::string escaped;
     for (const char character : text)
-        escaped += isControl(character) ? escape(character) : std::string(1, character);
+        escaped += isControl(character) ? hexEscape(character) : std::string(1, character);
     return escaped;
 }
 
@@ -122,6 +122,11 @@ std::vector<std::string> splitAt(std::string_view text, char separator) {
         text.remove_prefix(std::min(text.size(), end + 1));
     }
     return parts;
+}
+
+std::string counted(uint64_t number, std::string_view one, std::string_view many) {
+    const auto several = many.empty() ? std::string(one) + "s" : std::string(many);
+    return std::to_string(number) + " " + (number == 1 ? std::string(one) : several);
 }
 
 std::string join(const std::vector<std::string> &parts, std::string_view separator) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,9 @@ inline constexpr size_t kNameBytesMax = 254;
 
 /// 'text' for a message: control characters escaped, long texts cut.
 std::string quote(std::string_view text);
+
+/// "\x0a"
+std::string hexEscape(char character);
 
 /// Control characters as "\x0a", everything else as it is.
 std::string escapeControls(std::string_view text);
@@ -32,6 +36,9 @@ std::vector<std::string> splitWords(std::string_view text);
 
 /// The parts of a text between separators. None after the last one when nothing stands there.
 std::vector<std::string> splitAt(std::string_view text, char separator);
+
+/// "1 byte", "2 bytes". @param many what several are called; empty: that with an "s"
+std::string counted(uint64_t number, std::string_view one, std::string_view many = {});
 
 std::string join(const std::vector<std::string> &parts, std::string_view separator);
 

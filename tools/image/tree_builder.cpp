@@ -87,7 +87,7 @@ private:
     uint32_t createComponent(const Component &component, const std::string &parentPath, uint32_t parent,
                              uint32_t previous) {
         if (interrupted()) {
-            fault = Fault{FaultKind::failed, "interrupted", 0, 0};
+            fault = Fault{FaultKind::failed, "interrupted"};
             return 0;
         }
         const auto *leaf = component.leaf();

@@ -131,7 +131,7 @@ bool isAscii(std::string_view text) {
 }
 
 std::string longerThan(size_t limit, const char *unit) {
-    return "is longer than " + std::to_string(limit) + " " + unit + (limit == 1 ? "" : "s");
+    return "is longer than " + counted(limit, unit);
 }
 
 Parsed parseText(uint32_t lengthBytes, std::string_view text) {

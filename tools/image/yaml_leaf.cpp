@@ -12,9 +12,6 @@ namespace tavdb::image {
 
 namespace {
 
-/// Elements of one enumeration: as many as a u16 has numbers.
-constexpr size_t kElementsMax = 65536;
-
 std::string typeName(const Leaf &leaf) {
     return std::string(typeInfo(leaf.type).name);
 }

@@ -6,6 +6,7 @@
 #include <set>
 #include <vector>
 
+#include "image/description.h"
 #include "image/text_util.h"
 
 namespace tavdb::image {
@@ -15,9 +16,6 @@ namespace {
 constexpr std::array<std::string_view, 12> kLeafKeys = {
     "type", "size", "range", "step", "enum", "current", "default", "factory", "hook", "secret", "units", "description",
 };
-
-/// Reusable types that build on each other.
-constexpr size_t kChainMax = 64;
 
 /// A constraint replaces one of the other kind that was inherited.
 bool isReplaced(const std::string &inherited, const LeafKeys &own) {
@@ -116,8 +114,8 @@ const LeafKeys *ReusableTypes::findNext(const std::string &name, Position at, st
     }
     if (!passed.insert(name).second)
         diagnostics.add(at, "the reusable type " + quote(name) + " builds on itself");
-    else if (passed.size() > kChainMax)
-        diagnostics.add(at, "reusable types build on more than " + std::to_string(kChainMax) + " others here");
+    else if (passed.size() > kTypeChainMax)
+        diagnostics.add(at, "reusable types build on more than " + std::to_string(kTypeChainMax) + " others here");
     else
         return &entry->second;
     return nullptr;

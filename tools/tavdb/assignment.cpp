@@ -14,18 +14,12 @@ namespace {
 constexpr std::string_view kPlain = "\\'nrt";
 constexpr std::string_view kMeaning = "\\'\n\r\t";
 
-std::string hexEscape(char character) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    const auto byte = static_cast<uint8_t>(character);
-    return {'\\', 'x', digits[byte >> 4U], digits[byte & 0xFU]};
-}
-
 std::string escape(char character) {
     const auto place = kMeaning.find(character);
     if (place != std::string_view::npos)
         return {'\\', kPlain[place]};
     const bool isControl = static_cast<uint8_t>(character) < 0x20 || character == 0x7F;
-    return isControl ? hexEscape(character) : std::string(1, character);
+    return isControl ? image::hexEscape(character) : std::string(1, character);
 }
 
 /// Takes one escape, whose backslash is gone already, from the front.
@@ -66,7 +60,7 @@ image::Outcome<std::string> unescapeTo(char end, std::string_view &text) {
 std::string escapePath(std::string_view path) {
     std::string escaped;
     for (const char character : path)
-        escaped += character == '=' ? hexEscape(character) : escape(character);
+        escaped += character == '=' ? image::hexEscape(character) : escape(character);
     return escaped;
 }
 
@@ -84,21 +78,21 @@ std::string formatAssignment(std::string_view path, std::string_view value) {
 }
 
 image::Outcome<Assignment> parseAssignment(std::string_view text) {
-    using Parsed = image::Outcome<Assignment>;
+    using Read = image::Outcome<Assignment>;
     auto path = unescapeTo('=', text);
     if (!path)
-        return Parsed::bad(path.error);
+        return Read::bad(path.error);
     if (path.value->empty())
-        return Parsed::bad("there is no path before the '='");
+        return Read::bad("there is no path before the '='");
     if (!text.starts_with('\''))
-        return Parsed::good({std::move(*path.value), std::string(text)});
+        return Read::good({std::move(*path.value), std::string(text)});
     text.remove_prefix(1);
     auto value = unescapeTo('\'', text);
     if (value && !text.empty())
-        return Parsed::bad("something stands behind the quoted value: " + image::quote(text));
+        return Read::bad("something stands behind the quoted value: " + image::quote(text));
     if (!value)
-        return Parsed::bad(value.error);
-    return Parsed::good({std::move(*path.value), std::move(*value.value)});
+        return Read::bad(value.error);
+    return Read::good({std::move(*path.value), std::move(*value.value)});
 }
 
 }  // namespace tavdb::command

@@ -6,6 +6,7 @@
 #include "command.h"
 #include "ending_signals.h"
 #include "image/repair.h"
+#include "image/text_util.h"
 #include "view.h"
 
 namespace tavdb::command {
@@ -22,7 +23,7 @@ std::optional<std::string> directoryOf(const CheckOptions &options, const Common
     const auto &directory = options.directory.empty() ? common.directory : options.directory;
     if (!directory.empty())
         return directory;
-    console.report("", {image::FaultKind::usage, "no database: name one, or set TAVDB_DIR", 0, 0});
+    console.report("", {image::FaultKind::usage, "no database: name one, or set TAVDB_DIR"});
     return std::nullopt;
 }
 
@@ -46,10 +47,6 @@ void print(const std::vector<image::Finding> &findings, bool asJson, Console &co
     console.flush();
 }
 
-std::string counted(size_t count, const std::string &one, const std::string &many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
 size_t countOf(const std::vector<image::Finding> &findings, image::Gravity gravity) {
     return static_cast<size_t>(std::count_if(
         findings.begin(), findings.end(), [&](const image::Finding &finding) { return finding.gravity == gravity; }));
@@ -59,8 +56,8 @@ size_t countOf(const std::vector<image::Finding> &findings, image::Gravity gravi
 std::string soundness(const image::DatabaseCheck &check, const std::vector<image::Finding> &findings) {
     const auto &counts = check.examination.counts;
     const size_t oddities = countOf(findings, image::Gravity::oddity);
-    return counted(counts.nodes, "node", "nodes") + ", " + counted(counts.leaves, "leaf", "leaves") +
-           (oddities == 0 ? "" : ", " + counted(oddities, "oddity", "oddities"));
+    return image::counted(counts.nodes, "node") + ", " + image::counted(counts.leaves, "leaf", "leaves") +
+           (oddities == 0 ? "" : ", " + image::counted(oddities, "oddity", "oddities"));
 }
 
 void reportChecked(const std::string &directory, const image::DatabaseCheck &check, Console &console) {
@@ -69,9 +66,8 @@ void reportChecked(const std::string &directory, const image::DatabaseCheck &che
     if (damages == 0)
         console.remark(directory, "sound: " + soundness(check, findings));
     else
-        console.report(directory,
-                       {image::FaultKind::damaged,
-                        "is damaged in " + counted(damages, "place", "places") + "; see 'tavdb repair'", 0, 0});
+        console.report(directory, {image::FaultKind::damaged,
+                                   "is damaged in " + image::counted(damages, "place") + "; see 'tavdb repair'"});
 }
 
 /// @return what was found, which is printed then
@@ -102,14 +98,14 @@ void reportRepaired(const std::string &directory, const image::Repaired &repaire
     const auto losses = static_cast<size_t>(std::count_if(
         findings.begin(), findings.end(), [](const image::Finding &finding) { return !finding.lost.empty(); }));
     if (losses != 0)
-        console.report(directory,
-                       {image::FaultKind::damaged, "repaired, with " + counted(losses, "loss", "losses") + kept, 0, 0});
+        console.report(directory, {image::FaultKind::damaged,
+                                   "repaired, with " + image::counted(losses, "loss", "losses") + kept});
     else
         console.remark(directory,
                        (repaired.original.empty() ? "sound: " : "repaired: ") + soundness(repaired.check, {}) + kept);
     for (const auto &finding : findings)
         if (finding.file.starts_with('/'))
-            console.report(finding.file, {image::FaultKind::damaged, finding.what, 0, 0});
+            console.report(finding.file, {image::FaultKind::damaged, finding.what});
 }
 
 void repair(const CheckOptions &options, const Common &common, Console &console) {

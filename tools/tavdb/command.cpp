@@ -8,7 +8,7 @@ namespace tavdb::command {
 
 std::optional<image::DatabaseDirectory> openDirectory(const Common &common, Console &console) {
     if (common.directory.empty()) {
-        console.report("", {image::FaultKind::usage, "no database: name one with -d DIR or TAVDB_DIR", 0, 0});
+        console.report("", {image::FaultKind::usage, "no database: name one with -d DIR or TAVDB_DIR"});
         return std::nullopt;
     }
     auto directory = image::openDirectory(common.directory);
@@ -49,7 +49,7 @@ image::Result<image::StoredLeaf> openLeaf(OpenedDatabase &opened, const image::S
                                           const std::string &path) {
     using Opened = image::Result<image::StoredLeaf>;
     if (component.isNode)
-        return Opened::bad({image::FaultKind::notFound, "is a node; use tree or list", 0, 0});
+        return Opened::bad({image::FaultKind::notFound, "is a node; use tree or list"});
     const auto entry = opened.schema.find(path);
     if (!entry)
         return Opened::bad(entry.error);

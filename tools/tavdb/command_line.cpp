@@ -53,10 +53,6 @@ bool needsAll(std::span<const char *const> arguments) {
            std::none_of(kCommands.begin(), kCommands.end(), [&](const Entry &entry) { return occursHere(entry.name); });
 }
 
-image::Fault usage(std::string sentence) {
-    return {image::FaultKind::usage, std::move(sentence), 0, 0};
-}
-
 }  // namespace
 
 CommandLine::CommandLine(std::span<const char *const> arguments)
@@ -90,7 +86,7 @@ void CommandLine::addHelp() {
         if (const auto help = parser->helpOf(*name))
             console.print(*help);
         else
-            console.report("help", usage("there is no command " + *name));
+            console.report("help", {image::FaultKind::usage, "there is no command " + *name});
     };
 }
 
@@ -104,7 +100,8 @@ void CommandLine::run(std::span<const char *const> arguments, Console &console) 
     else if (command != nullptr)
         command->action(common, console);
     else
-        console.report("", usage((mistake.empty() ? "a command is expected" : mistake) + " (see 'tavdb help')"));
+        console.report("", {image::FaultKind::usage,
+                            (mistake.empty() ? "a command is expected" : mistake) + " (see 'tavdb help')"});
 }
 
 }  // namespace tavdb::command

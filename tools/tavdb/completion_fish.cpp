@@ -73,7 +73,7 @@ end
 complete -c @name@ -f
 )script";
 
-std::string inQuotes(const std::string &text) {
+std::string inFishQuotes(const std::string &text) {
     return "'" + replaced(replaced(text, "\\", "\\\\"), "'", "\\'") + "'";
 }
 
@@ -102,7 +102,7 @@ std::string optionLine(const std::string &condition, const Argument &option, con
     auto line = "complete -c " + declarations.name + condition;
     for (const auto &name : option.names)
         line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
-    return line + (option.takesValue() ? words(option, declarations) : "") + " -d " + inQuotes(option.about) + "\n";
+    return line + (option.takesValue() ? words(option, declarations) : "") + " -d " + inFishQuotes(option.about) + "\n";
 }
 
 std::string operandLines(const Command &command, const Declarations &declarations) {
@@ -124,7 +124,7 @@ std::string operandLines(const Command &command, const Declarations &declaration
 
 std::string commandLines(const Command &command, const Declarations &declarations) {
     auto lines = "\ncomplete -c " + declarations.name + " -n __fish_" + declarations.name + "_needs_command -a " +
-                 command.name + " -d " + inQuotes(command.about) + "\n";
+                 command.name + " -d " + inFishQuotes(command.about) + "\n";
     const auto condition = " -n '__fish_" + declarations.name + "_in " + command.name + "'";
     for (const auto &option : command.options)
         lines += optionLine(condition, option, declarations);

@@ -84,7 +84,7 @@ _@name@ "$@"
 
 constexpr const char *kNextLine = " \\\n                ";
 
-std::string inQuotes(const std::string &text) {
+std::string inZshQuotes(const std::string &text) {
     return "'" + replaced(text, "'", "'\\''") + "'";
 }
 
@@ -125,7 +125,7 @@ std::string optionSpecs(const Argument &option, const Declarations &declarations
         auto spec = "(" + image::join(option.names, " ") + ")" + name + joint + "[" + escaped(option.about) + "]";
         if (option.takesValue())
             spec += ":" + escaped(option.placeholder) + ":" + action(option, declarations);
-        lines += indentation + inQuotes(spec) + lineEnd;
+        lines += indentation + inZshQuotes(spec) + lineEnd;
     }
     return lines;
 }
@@ -136,9 +136,10 @@ std::string operandSpecs(const Command &command, const Declarations &declaration
     for (const auto &operand : command.operands) {
         const bool isProgram = operand.kind == WordKind::program;
         const auto place = operand.isRepeated && !isProgram ? "*" : std::to_string(++number);
-        lines += kNextLine + inQuotes(place + ":" + escaped(operand.placeholder) + ":" + action(operand, declarations));
+        lines +=
+            kNextLine + inZshQuotes(place + ":" + escaped(operand.placeholder) + ":" + action(operand, declarations));
         if (isProgram)
-            lines += kNextLine + inQuotes("*:ARGUMENT:_files");
+            lines += kNextLine + inZshQuotes("*:ARGUMENT:_files");
     }
     return lines;
 }
@@ -163,7 +164,7 @@ std::string valuedCase(const Declarations &declarations) {
 std::string commandList(const Declarations &declarations) {
     std::string lines;
     for (const auto &command : declarations.commands)
-        lines += "        " + inQuotes(command.name + ":" + escaped(command.about)) + "\n";
+        lines += "        " + inZshQuotes(command.name + ":" + escaped(command.about)) + "\n";
     return lines;
 }
 

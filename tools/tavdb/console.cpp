@@ -52,7 +52,7 @@ void Console::flush() {
     failed = fault.has_value();
     if (!fault || fault->detail == EPIPE)
         return;
-    report("standard output", {image::FaultKind::medium, fault->sentence, 0, 0});
+    report("standard output", {image::FaultKind::medium, fault->sentence});
 }
 
 void Console::report(std::string_view subject, const image::Fault &fault) {

@@ -51,7 +51,7 @@ void debug(int32_t level, const Common &common, Console &console) {
     dbs_me_db_debug(level, &debugSize, &ramSize);
     const auto text = trace.contentFrom(begin);
     if (text.empty() && level != kLevelWithoutOutput)
-        console.report("debug", {image::FaultKind::failed, "the platform's trace cannot be read", 0, 0});
+        console.report("debug", {image::FaultKind::failed, "the platform's trace cannot be read"});
     if (!common.json) {
         console.print(text);
         return;

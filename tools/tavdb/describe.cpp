@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "image/constraint_check.h"
+#include "image/text_util.h"
 #include "image/value_text.h"
 #include "view.h"
 
@@ -12,22 +13,10 @@ namespace tavdb::command {
 
 namespace {
 
-constexpr size_t kLabelWidth = 13;
-
 struct DescribeOptions {
     std::string path;
     bool secrets = false;
 };
-
-/// "type         u32, 4 bytes"
-std::string row(std::string_view label, std::string_view text) {
-    return std::string(label) + std::string(kLabelWidth - std::min(label.size(), kLabelWidth - 1), ' ') +
-           std::string(text) + "\n";
-}
-
-std::string bytesText(uint32_t bytes) {
-    return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-}
 
 class Describer {
 public:
@@ -71,10 +60,11 @@ private:
                                     {"keys", {{"component", component.key}, {"name", component.nameKey}}}}));
             return;
         }
-        auto text = row("path", node.path) + row("kind", "node") + row("children", std::to_string(children));
+        auto text =
+            labelled("path", node.path) + labelled("kind", "node") + labelled("children", std::to_string(children));
         if (!description.empty())
-            text += row("description", description);
-        console.print(text + row("keys", keysText(component)));
+            text += labelled("description", description);
+        console.print(text + labelled("keys", keysText(component)));
     }
 
     void describeLeaf(OpenedDatabase &opened, const image::Located &located) {
@@ -106,18 +96,18 @@ private:
 
     std::string leafText(OpenedDatabase &opened, const image::Located &located, const image::StoredLeaf &stored) {
         const auto &leaf = stored.leaf;
-        auto text = row("path", located.path) + row("kind", "leaf") +
-                    row("type", typeNameOf(stored) + ", " + bytesText(leaf.lengthBytes)) +
-                    row("constraint", wholeConstraint(stored));
+        auto text = labelled("path", located.path) + labelled("kind", "leaf") +
+                    labelled("type", typeNameOf(stored) + ", " + image::counted(leaf.lengthBytes, "byte")) +
+                    labelled("constraint", wholeConstraint(stored));
         for (const auto tier : image::kTiers)
-            text += row(image::tierName(tier), tierText(opened, located.path, stored, tier));
+            text += labelled(image::tierName(tier), tierText(opened, located.path, stored, tier));
         if (!leaf.units.empty())
-            text += row("units", leaf.units);
-        text += row("hook", leaf.hookId == 0 ? "none" : std::to_string(leaf.hookId));
-        text += row("secret", leaf.secret ? "yes" : "no");
+            text += labelled("units", leaf.units);
+        text += labelled("hook", leaf.hookId == 0 ? "none" : std::to_string(leaf.hookId));
+        text += labelled("secret", leaf.secret ? "yes" : "no");
         if (!leaf.description.empty())
-            text += row("description", leaf.description);
-        return text + row("keys", keysText(located.component) + valueKeysText(stored));
+            text += labelled("description", leaf.description);
+        return text + labelled("keys", keysText(located.component) + valueKeysText(stored));
     }
 
     std::string tierText(OpenedDatabase &opened, const std::string &path, const image::StoredLeaf &stored,

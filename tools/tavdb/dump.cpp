@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "image/free_list.h"
+#include "image/text_util.h"
 #include "image/walk.h"
 #include "record_view.h"
 #include "view.h"
@@ -30,8 +31,8 @@ std::string offsetText(uint32_t offset) {
 
 std::string toText(const RecordBlock &block) {
     auto text = mediumNameOf(block.medium) + " " + std::to_string(block.range.offset) + ": " + block.what +
-                (block.owner.empty() ? "" : " of " + block.owner) + ", " + std::to_string(block.range.sizeBytes) +
-                (block.range.sizeBytes == 1 ? " byte\n" : " bytes\n");
+                (block.owner.empty() ? "" : " of " + block.owner) + ", " +
+                image::counted(block.range.sizeBytes, "byte") + "\n";
     size_t width = 0;
     for (const auto &line : block.lines)
         width = std::max(width, line.hex.size());

@@ -51,7 +51,7 @@ private:
         if (fault)
             console.report("", *fault);
         if (count == 0)
-            console.report(options.pattern, {image::FaultKind::notFound, "nothing matches", 0, 0});
+            console.report(options.pattern, {image::FaultKind::notFound, "nothing matches"});
     }
 
     void look(const image::Located &at) {
@@ -131,7 +131,7 @@ std::string typeComplaint(const std::string &type) {
 
 void find(const FindOptions &options, const Common &common, Console &console) {
     if (options.pattern.empty())
-        console.report("find", {image::FaultKind::usage, "the pattern is empty", 0, 0});
+        console.report("find", {image::FaultKind::usage, "the pattern is empty"});
     else
         Finder(options, common, console).run();
 }

@@ -57,7 +57,7 @@ private:
         if (!stored)
             return Read::bad(std::move(stored.error));
         if (stored.value->leaf.secret && !options.secrets)
-            return Read::bad({image::FaultKind::permission, "is a secret; --secrets shows it", 0, 0});
+            return Read::bad({image::FaultKind::permission, "is a secret; --secrets shows it"});
         auto value = image::readTier(*opened.database, *stored.value, options.tier.tier());
         if (!value)
             return Read::bad(std::move(value.error));

@@ -1,26 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // tavdb info: what a database directory is, how full it is and who uses it. The
 // tables are read before the command opens a session of its own.
-
 #include "command.h"
 #include "image/survey.h"
 #include "image/tables.h"
+#include "image/text_util.h"
 #include "view.h"
 
 namespace tavdb::command {
 
 namespace {
-
-constexpr size_t kLabelWidth = 13;
-
-std::string row(std::string_view label, std::string_view text) {
-    return std::string(label) + std::string(kLabelWidth - std::min(label.size(), kLabelWidth - 1), ' ') +
-           std::string(text) + "\n";
-}
-
-std::string counted(size_t number, std::string_view what) {
-    return std::to_string(number) + " " + std::string(what) + (number == 1 ? "" : "s");
-}
 
 struct MediumInfo {
     const image::MediumName *name;
@@ -143,27 +132,28 @@ private:
     }
 
     static std::string toText(const Json &facts) {
-        auto text = row("directory", facts["directory"].get<std::string>()) +
-                    row("byte order", facts["byteOrder"].get<std::string>());
+        auto text = labelled("directory", facts["directory"].get<std::string>()) +
+                    labelled("byte order", facts["byteOrder"].get<std::string>());
         for (const auto &medium : facts["media"])
-            text += row(medium["holds"].get<std::string>(), mediumText(medium));
+            text += labelled(medium["holds"].get<std::string>(), mediumText(medium));
         const auto &counts = facts["counts"];
-        text +=
-            row("holds", counted(counts["nodes"], "node") + ", " + std::to_string(counts["leaves"].get<size_t>()) +
-                             (counts["leaves"] == 1 ? " leaf" : " leaves") + ", " + counted(counts["values"], "value") +
-                             ", " + counted(counts["constraints"], "constraint") + ", " +
-                             counted(counts["strings"], "string"));
-        text += row("source", sourceText(facts["source"]));
+        text += labelled("holds", image::counted(counts["nodes"], "node") + ", " +
+                                      image::counted(counts["leaves"], "leaf", "leaves") + ", " +
+                                      image::counted(counts["values"], "value") + ", " +
+                                      image::counted(counts["constraints"], "constraint") + ", " +
+                                      image::counted(counts["strings"], "string"));
+        text += labelled("source", sourceText(facts["source"]));
         const auto &database = facts["database"];
-        text += row("attached", database.is_null() ? "by nobody"
-                                                   : "as database " + std::to_string(database["id"].get<uint32_t>()) +
-                                                         ", " + counted(database["references"], "reference"));
+        text +=
+            labelled("attached", database.is_null() ? "by nobody"
+                                                    : "as database " + std::to_string(database["id"].get<uint32_t>()) +
+                                                          ", " + image::counted(database["references"], "reference"));
         return text + usersText(facts);
     }
 
     static std::string mediumText(const Json &medium) {
         auto text = medium["kind"].get<std::string>() + " " + medium["hint"].get<std::string>() + ", " +
-                    counted(medium["bytes"], "byte");
+                    image::counted(medium["bytes"], "byte");
         if (!medium["freeBytes"].is_null())
             text += ", " + std::to_string(medium["freeBytes"].get<uint64_t>()) + " free, largest block " +
                     std::to_string(medium["largestFree"].get<uint64_t>());
@@ -183,16 +173,17 @@ private:
     }
 
     static std::string usersText(const Json &facts) {
-        auto text = row("sessions", numberOf(facts["sessions"]));
+        auto text = labelled("sessions", numberOf(facts["sessions"]));
         for (const auto &session : facts["sessions"])
-            text += row("", "session " + std::to_string(session["id"].get<uint32_t>()) + ", process " +
-                                std::to_string(session["process"].get<int32_t>()) +
-                                (session["alive"].get<bool>() ? "" : ", which is gone"));
-        text += row("locks", numberOf(facts["locks"]));
+            text += labelled("", "session " + std::to_string(session["id"].get<uint32_t>()) + ", process " +
+                                     std::to_string(session["process"].get<int32_t>()) +
+                                     (session["alive"].get<bool>() ? "" : ", which is gone"));
+        text += labelled("locks", numberOf(facts["locks"]));
         for (const auto &lock : facts["locks"])
-            text += row("", (lock["path"].is_null() ? "component " + std::to_string(lock["component"].get<uint32_t>())
-                                                    : lock["path"].get<std::string>()) +
-                                " " + lock["mode"].get<std::string>() + " by " + lock["holder"].get<std::string>());
+            text +=
+                labelled("", (lock["path"].is_null() ? "component " + std::to_string(lock["component"].get<uint32_t>())
+                                                     : lock["path"].get<std::string>()) +
+                                 " " + lock["mode"].get<std::string>() + " by " + lock["holder"].get<std::string>());
         return text;
     }
 

@@ -52,7 +52,7 @@ void unlock(const std::string &path, const Common &common, Console &console) {
     auto *const session = opened->database->cleared();
     const int32_t code = tavDBMUnlock(session, located->component.key);
     if (code == TAVDB_ERR_NOT_LOCKED)
-        console.report(located->path, {image::FaultKind::notFound, "is not locked", 0, 0});
+        console.report(located->path, {image::FaultKind::notFound, "is not locked"});
     else if (code != 0)
         console.report(located->path, image::faultOfCode(static_cast<uint32_t>(code), session->errorDetail));
 }

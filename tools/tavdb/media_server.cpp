@@ -150,7 +150,7 @@ Status MediaServer::add(const std::string &imagePath, const std::string &socketP
         return image::faultIn(imagePath, image::faultOfError(static_cast<int>(error), "cannot be opened"));
     // Held while the server lives: the socket of one that died may be removed then.
     if (flock(fd, LOCK_EX | LOCK_NB) != 0)
-        return image::faultIn(imagePath, Fault{FaultKind::locked, "is served by another server", 0, 0});
+        return image::faultIn(imagePath, Fault{FaultKind::locked, "is served by another server"});
     if (auto fault = listenAt(socketPath, image))
         return image::faultIn(socketPath, std::move(*fault));
     images_.push_back(std::move(image));
@@ -161,7 +161,7 @@ Status MediaServer::listenAt(const std::string &path, Image &image) const {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path)
-        return Fault{FaultKind::failed, "is too long for a socket's path", 0, 0};
+        return Fault{FaultKind::failed, "is too long for a socket's path"};
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     struct stat status = {};
     if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode))

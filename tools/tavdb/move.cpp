@@ -30,10 +30,6 @@ struct MoveOptions {
     LockOptions locks;
 };
 
-Fault fault(FaultKind kind, std::string sentence) {
-    return {kind, std::move(sentence), 0, 0};
-}
-
 /// What is to be done, from the tree as it stands.
 struct Plan {
     image::Located component;
@@ -65,7 +61,7 @@ private:
             return component.error;
         plan.component = std::move(*component.value);
         if (plan.component.path == "/")
-            return fault(FaultKind::usage, "the root cannot be moved");
+            return Fault{FaultKind::usage, "the root cannot be moved"};
         const auto from = image::placeOf(database, plan.component);
         if (!from)
             return from.error;
@@ -79,14 +75,14 @@ private:
 
     image::Status checkParent() {
         if (!parent.component.isNode)
-            return fault(FaultKind::failed, parent.path + " is a leaf, nothing can be moved there");
+            return Fault{FaultKind::failed, parent.path + " is a leaf, nothing can be moved there"};
         bool isBelow = false;
         auto damage = image::forEachFrom(database, plan.component, [&](const image::Located &at) {
             isBelow = at.component.key == parent.component.key;
             return !isBelow;
         });
         if (isBelow)
-            return fault(FaultKind::failed, "cannot be moved below itself");
+            return Fault{FaultKind::failed, "cannot be moved below itself"};
         return damage;
     }
 
@@ -99,8 +95,8 @@ private:
         others = std::move(*children.value);
         std::erase_if(others, [&](const auto &child) { return child.key == plan.component.component.key; });
         if (find(plan.newName) != others.end())
-            return fault(FaultKind::failed,
-                         "there is a " + image::quote(plan.newName) + " in " + parent.path + " already");
+            return Fault{FaultKind::failed,
+                         "there is a " + image::quote(plan.newName) + " in " + parent.path + " already"};
         return choosePosition();
     }
 
@@ -109,8 +105,8 @@ private:
         if (!options.after.empty()) {
             const auto sibling = find(siblingName());
             if (sibling == others.end())
-                return fault(FaultKind::notFound, "there is no other " + image::quote(siblingName()) + " in " +
-                                                      parent.path + " to stand behind");
+                return Fault{FaultKind::notFound, "there is no other " + image::quote(siblingName()) + " in " +
+                                                      parent.path + " to stand behind"};
             position = sibling + 1;
         }
         plan.to = {parent.component.key, position == others.begin() ? 0 : (position - 1)->key,
@@ -184,7 +180,7 @@ private:
             return again.error;
         if (again.value->component.component.key != plan.value->component.component.key || again.value->from != from ||
             again.value->to != to)
-            return fault(FaultKind::locked, "the tree was changed by somebody else at the same time");
+            return Fault{FaultKind::locked, "the tree was changed by somebody else at the same time"};
         return move(opened, *again.value);
     }
 
@@ -256,7 +252,7 @@ private:
 void move(const MoveOptions &options, const Common &common, Console &console) {
     const auto complaint = options.name.empty() ? std::string{} : image::nameFault(options.name);
     if (!complaint.empty())
-        console.report("mv", fault(FaultKind::usage, complaint));
+        console.report("mv", Fault{FaultKind::usage, complaint});
     else
         Mover(options, common, console).run();
 }

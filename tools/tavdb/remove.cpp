@@ -28,10 +28,6 @@ struct RemoveOptions {
     LockOptions locks;
 };
 
-Fault fault(FaultKind kind, std::string sentence) {
-    return {kind, std::move(sentence), 0, 0};
-}
-
 /// What is to be removed, and where it is linked.
 struct Target {
     image::Located component;
@@ -68,7 +64,7 @@ public:
         if (!again)
             return again.error;
         if (!(*again.value == *target.value))
-            return fault(FaultKind::locked, "the tree was changed by somebody else at the same time");
+            return Fault{FaultKind::locked, "the tree was changed by somebody else at the same time"};
         return remove(*again.value);
     }
 
@@ -80,7 +76,7 @@ private:
             return Found::bad(component.error);
         Target target{std::move(*component.value), {}, {}};
         if (target.component.path == "/")
-            return Found::bad(fault(FaultKind::usage, "the root cannot be removed"));
+            return Found::bad(Fault{FaultKind::usage, "the root cannot be removed"});
         const auto place = image::placeOf(database, target.component);
         if (!place)
             return Found::bad(place.error);
@@ -92,7 +88,7 @@ private:
         if (damage)
             return Found::bad(*damage);
         if (target.paths.size() > 1 && !options.recursive)
-            return Found::bad(fault(FaultKind::usage, "is a node with children; -r removes them too"));
+            return Found::bad(Fault{FaultKind::usage, "is a node with children; -r removes them too"});
         return Found::good(std::move(target));
     }
 
@@ -120,8 +116,8 @@ private:
             const auto path = target.paths.find(held.component);
             if (held.database == database.id() && path != target.paths.end() &&
                 held.session != database.session()->sessionId)
-                return fault(FaultKind::locked,
-                             path->second + " is locked by " + image::holderName(*sessions.value, held.session));
+                return Fault{FaultKind::locked,
+                             path->second + " is locked by " + image::holderName(*sessions.value, held.session)};
         }
         return std::nullopt;
     }

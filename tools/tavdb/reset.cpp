@@ -53,7 +53,7 @@ public:
             return;
         }
         if (start.value->component.isNode && !options.recursive) {
-            console.report(options.path, {image::FaultKind::usage, "is a node; -r is for all leaves below it", 0, 0});
+            console.report(options.path, {image::FaultKind::usage, "is a node; -r is for all leaves below it"});
             return;
         }
         const auto fault = image::forEachFrom(database, *start.value, [&](const image::Located &at) {

@@ -23,14 +23,14 @@ std::optional<AllowedPeers> findPeers(const ServeOptions &options, Console &cons
     for (const auto &name : options.users) {
         const auto *const user = getpwnam(name.c_str());
         if (user == nullptr)
-            console.report(name, {image::FaultKind::usage, "there is no such user", 0, 0});
+            console.report(name, {image::FaultKind::usage, "there is no such user"});
         else
             peers.users.push_back(user->pw_uid);
     }
     for (const auto &name : options.groups) {
         const auto *const group = getgrnam(name.c_str());
         if (group == nullptr)
-            console.report(name, {image::FaultKind::usage, "there is no such group", 0, 0});
+            console.report(name, {image::FaultKind::usage, "there is no such group"});
         else
             peers.groups.push_back(group->gr_gid);
     }
@@ -47,8 +47,7 @@ image::Status addMedia(MediaServer &server, const image::DatabaseDirectory &dire
             return image::faultIn(std::string(image::kMediaFile),
                                   image::Fault{image::FaultKind::usage,
                                                "the " + std::string(medium.kind) + " medium is no message medium but " +
-                                                   std::string(line.kind()) + "; build with --media message",
-                                               0, 0});
+                                                   std::string(line.kind()) + "; build with --media message"});
         const auto socket = line.hint.starts_with('/') ? line.hint : image::joinPath(directory.path, line.hint);
         if (auto fault = server.add(image::joinPath(directory.path, medium.file), socket))
             return fault;

@@ -24,10 +24,6 @@ struct SetOptions {
     bool noLock = false;
 };
 
-image::Fault usage(std::string sentence) {
-    return {image::FaultKind::usage, std::move(sentence), 0, 0};
-}
-
 /// What to write, and where it was said.
 struct Order {
     std::string subject;
@@ -69,7 +65,7 @@ public:
 private:
     std::optional<std::vector<Order>> understand(const std::vector<std::string> &arguments) {
         if (arguments.empty()) {
-            console.report("set", usage("PATH VALUE, PATH=VALUE ... or - is expected"));
+            console.report("set", {image::FaultKind::usage, "PATH VALUE, PATH=VALUE ... or - is expected"});
             return std::nullopt;
         }
         if (arguments.size() == 1 && arguments[0] == "-")
@@ -95,7 +91,7 @@ private:
             orders.push_back({argument, parseAssignment(argument)});
             if (orders.back().assignment)
                 continue;
-            console.report(argument, usage("is no PATH=VALUE: " + orders.back().assignment.error));
+            console.report(argument, {image::FaultKind::usage, "is no PATH=VALUE: " + orders.back().assignment.error});
             isGood = false;
         }
         return isGood ? std::optional(std::move(orders)) : std::nullopt;
@@ -103,7 +99,7 @@ private:
 
     void carryOut(OpenedDatabase &opened, const Order &order) {
         if (!order.assignment) {
-            console.report(order.subject, usage("is no PATH='VALUE': " + order.assignment.error));
+            console.report(order.subject, {image::FaultKind::usage, "is no PATH='VALUE': " + order.assignment.error});
             return;
         }
         const auto &[path, value] = *order.assignment.value;
@@ -119,7 +115,7 @@ private:
             return stored.value->constraintFault;
         const auto value = image::parseForLeaf(stored.value->leaf, text);
         if (!value)
-            return image::Fault{image::FaultKind::refused, value.error, 0, 0};
+            return image::Fault{image::FaultKind::refused, value.error};
         const auto tier = options.tier.tier();
         if (options.noLock)
             return writeTier(*opened.database, *stored.value, tier, *value.value);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "view.h"
 
+#include <algorithm>
+
 #include "assignment.h"
 #include "image/constraint_check.h"
 #include "image/text_util.h"
@@ -24,6 +26,12 @@ Json labelToJson(const image::Leaf &leaf, const image::Value &value) {
 }
 
 }  // namespace
+
+std::string labelled(std::string_view label, std::string_view text) {
+    constexpr size_t kWidth = 13;
+    return std::string(label) + std::string(kWidth - std::min(label.size(), kWidth - 1), ' ') + std::string(text) +
+           "\n";
+}
 
 std::string valueText(const image::Leaf &leaf, const image::Value &value, bool raw) {
     return raw ? image::formatValue(leaf.type, value) : image::formatForLeaf(leaf, value);

@@ -15,6 +15,9 @@ using Json = nlohmann::ordered_json;
 
 inline constexpr std::string_view kMasked = "***";
 
+/// "type         u32, 4 bytes\n"
+std::string labelled(std::string_view label, std::string_view text);
+
 /// A value as set reads it: a label where there is one, unless `raw`.
 std::string valueText(const image::Leaf &leaf, const image::Value &value, bool raw = false);
 

@@ -9,8 +9,8 @@
 namespace tavdb::test {
 namespace {
 
-constexpr int kRounds = tavdb_test::kSlow ? 300 : 3000;
-constexpr int32_t kLimitMs = 4000;
+constexpr int kCountRounds = tavdb_test::kSlow ? 300 : 3000;
+constexpr int32_t kCountLimitMs = 4000;
 
 using CountContract = TableContractTest;
 
@@ -40,7 +40,7 @@ TEST_F(CountContract, ItBeginsAtZeroAndEndsThere) {
 
 TEST_F(CountContract, CreatingAgainForTheTableKeepsTheCount) {
     EXPECT_EQ(tavOSWPostCountSem(attach(path).count), 0);
-    EXPECT_EQ(tavOSWWaitCountSem(attach(path).count, kLimitMs), 0);
+    EXPECT_EQ(tavOSWWaitCountSem(attach(path).count, kCountLimitMs), 0);
 }
 
 TEST_F(CountContract, AThreadThatWaitsIsWoken) {
@@ -56,7 +56,7 @@ TEST_F(CountContract, ProcessesShareItAndWakeEachOther) {
     TAVDB_NEEDS_SLEEP;
     TAVDB_NEEDS_PROCESSES;
     EXPECT_EQ(Child([&] { return tavOSWPostCountSem(attach(path).count); }).join(), 0);
-    EXPECT_EQ(Child([&] { return tavOSWWaitCountSem(attach(path).count, kLimitMs); }).join(), 0);
+    EXPECT_EQ(Child([&] { return tavOSWWaitCountSem(attach(path).count, kCountLimitMs); }).join(), 0);
     Child waiter([&] { return tavOSWWaitCountSem(attach(path).count, 0); });
     std::this_thread::sleep_for(milliseconds(150));
     EXPECT_FALSE(waiter.hasEnded());
@@ -72,15 +72,15 @@ TEST_F(CountContract, PostsAndWaitsOfManyProcessesBalance) {
     for (int i = 0; i < kPairs; ++i) {
         children.emplace_back([&] {
             const Semaphores set = attach(path);
-            for (int round = 0; round < kRounds; ++round)
+            for (int round = 0; round < kCountRounds; ++round)
                 if (tavOSWPostCountSem(set.count) != 0)
                     return 1;
             return 0;
         });
         children.emplace_back([&] {
             const Semaphores set = attach(path);
-            for (int round = 0; round < kRounds; ++round)
-                if (tavOSWWaitCountSem(set.count, kLimitMs) != 0)
+            for (int round = 0; round < kCountRounds; ++round)
+                if (tavOSWWaitCountSem(set.count, kCountLimitMs) != 0)
                     return 1;
             return 0;
         });

@@ -11,9 +11,9 @@
 namespace tavdb::test {
 namespace {
 
-constexpr int kRounds = tavdb_test::kSlow ? 300 : 500;
+constexpr int kEventRounds = tavdb_test::kSlow ? 300 : 500;
 constexpr int kTurns = tavdb_test::kSlow ? 300 : 10000;
-constexpr int32_t kLimitMs = 4000;
+constexpr int32_t kEventLimitMs = 4000;
 
 class EventContract : public TableContractTest {
 protected:
@@ -30,7 +30,7 @@ TEST_F(EventContract, HandleZeroIsRefused) {
 
 TEST_F(EventContract, AnEventThatNobodyWaitsForCanBePosted) {
     const Semaphores set = attach(path);
-    for (int round = 0; round < kRounds; ++round)
+    for (int round = 0; round < kEventRounds; ++round)
         ASSERT_EQ(tavOSWPostEventSem(set.event), 0);
 }
 
@@ -39,12 +39,12 @@ TEST_F(EventContract, NoPostBetweenTheAttemptAndTheWaitIsLost) {
     TAVDB_NEEDS_SLEEP;
     const Semaphores set = attach(path);
     const auto start = Clock::now();
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kEventRounds; ++round) {
         visit(set);
         std::thread([&] { EXPECT_EQ(tavOSWPostEventSem(set.event), 0); }).join();
-        ASSERT_EQ(tavOSWWaitEventSem(set.event, kLimitMs), 0) << "post " << round << " is lost";
+        ASSERT_EQ(tavOSWWaitEventSem(set.event, kEventLimitMs), 0) << "post " << round << " is lost";
     }
-    EXPECT_LT(since(start).count(), kRounds * 20);
+    EXPECT_LT(since(start).count(), kEventRounds * 20);
 }
 
 TEST_F(EventContract, NorIsOneOfAnotherProcess) {
@@ -54,7 +54,7 @@ TEST_F(EventContract, NorIsOneOfAnotherProcess) {
     for (int round = 0; round < 20; ++round) {
         visit(set);
         ASSERT_EQ(Child([&] { return tavOSWPostEventSem(attach(path).event); }).join(), 0);
-        ASSERT_EQ(tavOSWWaitEventSem(set.event, kLimitMs), 0) << "post " << round << " is lost";
+        ASSERT_EQ(tavOSWWaitEventSem(set.event, kEventLimitMs), 0) << "post " << round << " is lost";
     }
 }
 
@@ -65,7 +65,7 @@ TEST_F(EventContract, NorOneThatCameWhileTheMutexWasHeld) {
         ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, -1), 0);
         std::thread([&] { EXPECT_EQ(tavOSWPostEventSem(set.event), 0); }).join();
         ASSERT_EQ(tavOSWReleaseMutexSem(set.mutex), 0);
-        ASSERT_EQ(tavOSWWaitEventSem(set.event, kLimitMs), 0) << "post " << round << " is lost";
+        ASSERT_EQ(tavOSWWaitEventSem(set.event, kEventLimitMs), 0) << "post " << round << " is lost";
     }
 }
 
@@ -90,7 +90,7 @@ TEST_F(EventContract, APostOfOneTableIsNotAnothers) {
     visit(other);
     EXPECT_EQ(tavOSWPostEventSem(set.event), 0);
     EXPECT_NE(tavOSWWaitEventSem(other.event, 50), 0);
-    EXPECT_EQ(tavOSWWaitEventSem(set.event, kLimitMs), 0);
+    EXPECT_EQ(tavOSWWaitEventSem(set.event, kEventLimitMs), 0);
 }
 
 TEST_F(EventContract, EveryThreadHasAViewOfItsOwn) {
@@ -101,7 +101,7 @@ TEST_F(EventContract, EveryThreadHasAViewOfItsOwn) {
         visit(set);
         stage = 1;
         EXPECT_TRUE(eventually([&] { return stage == 2; }));
-        EXPECT_EQ(tavOSWWaitEventSem(set.event, kLimitMs), 0);
+        EXPECT_EQ(tavOSWWaitEventSem(set.event, kEventLimitMs), 0);
     });
     EXPECT_TRUE(eventually([&] { return stage == 1; }));
     EXPECT_EQ(tavOSWPostEventSem(set.event), 0);
@@ -170,7 +170,7 @@ int play(const Semaphores &set, volatile int &turn, int mine) {
         }
         if (tavOSWReleaseMutexSem(set.mutex) != 0)
             return 2;
-        if (!isMine && tavOSWWaitEventSem(set.event, kLimitMs) != 0)
+        if (!isMine && tavOSWWaitEventSem(set.event, kEventLimitMs) != 0)
             return 3;
     }
     return 0;

@@ -10,7 +10,7 @@
 namespace tavdb::test {
 namespace {
 
-constexpr int kRounds = tavdb_test::kSlow ? 200 : 1500;
+constexpr int kMutexRounds = tavdb_test::kSlow ? 200 : 1500;
 
 using MutexContract = TableContractTest;
 
@@ -110,7 +110,7 @@ struct Unprotected {
 };
 
 void countUp(Unprotected &shared, uint32_t mutex) {
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kMutexRounds; ++round) {
         if (tavOSWRequestMutexSem(mutex, -1) != 0 || shared.inside != 0)
             shared.failed = true;
         shared.inside = 1;
@@ -138,7 +138,7 @@ TEST_F(MutexContract, ThreadsExcludeEachOther) {
     Unprotected shared;
     countUpInThreads(shared, set.mutex, kThreads);
     EXPECT_FALSE(shared.failed);
-    EXPECT_EQ(shared.counter, kThreads * kRounds);
+    EXPECT_EQ(shared.counter, kThreads * kMutexRounds);
 }
 
 TEST_F(MutexContract, ThreadsOfSeveralProcessesExcludeEachOther) {
@@ -156,7 +156,7 @@ TEST_F(MutexContract, ThreadsOfSeveralProcessesExcludeEachOther) {
     for (Child &child : children)
         EXPECT_EQ(child.join(), 0);
     EXPECT_FALSE(shared->failed);
-    EXPECT_EQ(shared->counter, kProcesses * kThreads * kRounds);
+    EXPECT_EQ(shared->counter, kProcesses * kThreads * kMutexRounds);
 }
 
 TEST_F(MutexContract, AChildThatInheritedTheHandlesIsExcludedToo) {

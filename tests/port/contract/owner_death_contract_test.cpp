@@ -12,7 +12,7 @@
 namespace tavdb::test {
 namespace {
 
-constexpr int32_t kLimitMs = 5000;
+constexpr int32_t kDeathLimitMs = 5000;
 constexpr uint32_t kKills = tavdb_test::kSlow ? 100 : 800;
 
 class OwnerDeathContract : public TableContractTest {
@@ -33,7 +33,7 @@ protected:
     }
     /// In a child: takes the mutex and exits with it. @return 0
     int leaveHolding() {
-        return Child([&] { return tavOSWRequestMutexSem(attach(path).mutex, kLimitMs); }).join();
+        return Child([&] { return tavOSWRequestMutexSem(attach(path).mutex, kDeathLimitMs); }).join();
     }
 
     Shared<std::atomic<bool>> held;
@@ -48,7 +48,7 @@ TEST_F(OwnerDeathContract, TheMutexOfAKilledHolderCanBeHad) {
     const Semaphores set = attach(path);
     for (int round = 0; round < 5; ++round) {
         holder().kill();
-        ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0) << round;
+        ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0) << round;
         ASSERT_EQ(tavOSWReleaseMutexSem(set.mutex), 0) << round;
     }
 }
@@ -61,7 +61,7 @@ TEST_F(OwnerDeathContract, WhoWaitsWhenItsHolderIsKilledGetsTheMutex) {
         std::this_thread::sleep_for(milliseconds(100));
         child.kill();
     });
-    EXPECT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
+    EXPECT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0);
     killer.join();
 }
 
@@ -80,11 +80,11 @@ TEST_F(OwnerDeathContract, ADeathIsReportedExactlyOnce) {
     TAVDB_NEEDS_REPORTS;
     const Semaphores set = attach(path);
     holder().kill();
-    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
+    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0);
     EXPECT_EQ(tavOSWMutexAbandoned(set.mutex), 1);
     EXPECT_EQ(tavOSWMutexAbandoned(set.mutex), 0);
     EXPECT_EQ(tavOSWReleaseMutexSem(set.mutex), 0);
-    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
+    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0);
     EXPECT_EQ(tavOSWMutexAbandoned(set.mutex), 0);
     EXPECT_EQ(tavOSWReleaseMutexSem(set.mutex), 0);
 }
@@ -97,7 +97,7 @@ TEST_F(OwnerDeathContract, AReleaseIsNoDeath) {
               }).join(),
               0);
     const Semaphores set = attach(path);
-    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
+    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0);
     EXPECT_EQ(tavOSWMutexAbandoned(set.mutex), 0);
     EXPECT_EQ(tavOSWReleaseMutexSem(set.mutex), 0);
 }
@@ -106,7 +106,7 @@ TEST_F(OwnerDeathContract, AHolderThatExitsIsReportedToo) {
     TAVDB_NEEDS_REPORTS;
     ASSERT_EQ(leaveHolding(), 0);
     const Semaphores set = attach(path);
-    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
+    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0);
     EXPECT_EQ(tavOSWMutexAbandoned(set.mutex), 1);
 }
 
@@ -115,7 +115,7 @@ TEST_F(OwnerDeathContract, AHolderThatDiesBeforeItAskedPassesTheReportOn) {
     holder().kill();
     ASSERT_EQ(leaveHolding(), 0);
     const Semaphores set = attach(path);
-    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
+    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0);
     EXPECT_EQ(tavOSWMutexAbandoned(set.mutex), 1);
 }
 
@@ -176,7 +176,7 @@ TEST_F(OwnerDeathContract, ManyKillsStopNobodyAndEveryDeathInsideIsReported) {
     for (Child &child : workers)
         child.kill();
     const Semaphores set = attach(path);
-    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kLimitMs), 0);
+    ASSERT_EQ(tavOSWRequestMutexSem(set.mutex, kDeathLimitMs), 0);
     printf("%u deaths reported, %u of them with the data left open, %u rounds\n", shared->reports.load(),
            shared->mended.load(), shared->second);
     EXPECT_EQ(shared->faults, 0U);

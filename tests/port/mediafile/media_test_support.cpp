@@ -25,7 +25,7 @@ namespace {
 std::mutex traceMutex;
 std::vector<TraceLine> traceLines;
 std::atomic<int32_t> allocationsLeft{-1};
-std::atomic<int32_t> blocks{0};
+std::atomic<int32_t> s_liveBlocks{0};
 
 Outcome outcomeOf(const std::function<int32_t(uint32_t *err)> &call) {
     Outcome outcome = {0, kNoError};
@@ -48,12 +48,12 @@ void dbs_me_debug_trace(int32_t level, const char *format, ...) {
 void *tavOSWSubAllocMem(uint32_t size) {
     if (allocationsLeft >= 0 && allocationsLeft-- == 0)
         return nullptr;
-    blocks++;
+    s_liveBlocks++;
     return malloc(size != 0 ? size : 1);
 }
 
 int32_t tavOSWOrgFreeMemPart(int32_t, void *buffer) {
-    blocks--;
+    s_liveBlocks--;
     // Whoever still uses it gets nonsense, with or without a sanitizer.
     memset(buffer, 0xDD, malloc_usable_size(buffer));
     free(buffer);
@@ -70,7 +70,7 @@ void failAllocationAfter(int32_t count) {
 }
 
 int32_t liveBlocks() {
-    return blocks;
+    return s_liveBlocks;
 }
 
 void PrintTo(const Outcome &outcome, std::ostream *stream) {

@@ -18,7 +18,7 @@ using tavdb_test::TestPlace;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const char *const kSmall =
+const char *const kBuildable =
     "a: {type: u8, range: [0, 9]}\n"
     "b: {type: text, size: 9}\n"
     "c:\n  d: {type: u16, enum: [1, 2], current: 1}\n";
@@ -26,7 +26,7 @@ const char *const kSmall =
 class BuildFailure : public testing::Test {
 protected:
     Result<BuildSummary> build(const BuildOptions &options = {}, const std::string &name = "db") {
-        return buildDatabase(readGood(kSmall).model, place / name, options);
+        return buildDatabase(readGood(kBuildable).model, place / name, options);
     }
 
     TestPlace place;
@@ -73,8 +73,8 @@ TEST_F(BuildFailure, PlaceWithoutAParentIsRefused) {
 
 TEST_F(BuildFailure, NamesThatCannotBeADirectoryAreRefused) {
     EXPECT_EQ(build({}, "no/..").error.sentence, "is no name for a new directory");
-    EXPECT_FALSE(buildDatabase(readGood(kSmall).model, "", {}));
-    EXPECT_FALSE(buildDatabase(readGood(kSmall).model, "/", {.replace = true}));
+    EXPECT_FALSE(buildDatabase(readGood(kBuildable).model, "", {}));
+    EXPECT_FALSE(buildDatabase(readGood(kBuildable).model, "/", {.replace = true}));
     EXPECT_THAT(place.names(), IsEmpty());
 }
 

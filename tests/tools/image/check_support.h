@@ -15,6 +15,12 @@
 
 namespace tavdb::image {
 
+/// A description with a record of every kind.
+inline const char *const kSmall =
+    "a: {type: u32, range: [1, 9], current: 5}\n"
+    "b: {type: text, size: 5, current: xy}\n"
+    "c:\n  d: {type: u16, enum: [1, 2, 300], current: 2}\n";
+
 /// The images of a description, built into `place`.
 inline RawImages imagesOf(const tavdb_test::TestPlace &place, const std::string &text) {
     buildText(text, place / "built", {.replace = true});
@@ -27,13 +33,6 @@ inline void setWord(RawImages &images, int32_t medium, uint32_t offset, uint32_t
 
 inline uint32_t wordOf(const RawImages &images, int32_t medium, uint32_t offset) {
     return images.read<uint32_t>(medium, offset).value_or(0);
-}
-
-inline bool areEqual(const RawImages &a, const RawImages &b) {
-    bool equal = true;
-    for (const auto &medium : kMediumNames)
-        equal = equal && a.content(medium.id) == b.content(medium.id);
-    return equal;
 }
 
 inline std::vector<std::string> linesOf(const Examination &examination) {
@@ -49,7 +48,7 @@ inline void expectSound(const Examination &examination) {
     for (const auto &finding : again.findings)
         if (finding.gravity == Gravity::damage || finding.remedy != "it stays as it is")
             ADD_FAILURE() << "found again: " << formatFinding(finding);
-    EXPECT_TRUE(areEqual(again.images, examination.images)) << "a second repair changes something";
+    EXPECT_TRUE(again.images.equals(examination.images)) << "a second repair changes something";
     const auto map = mapRecords(examination.images);
     for (const auto &fault : map.faults)
         ADD_FAILURE() << "the record map: " << faultOf(fault).sentence;

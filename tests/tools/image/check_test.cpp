@@ -16,11 +16,6 @@ using testing::IsEmpty;
 /// Keys: root 16, /a 44, /b 84, /c 124, /c/d 152; three values for each leaf from 16
 /// on, constraints: range of /a 16, elements 36, enumeration 42 of /c/d; names in
 /// the order of the tree from 16 on.
-const char *const kSmall =
-    "a: {type: u32, range: [1, 9], current: 5}\n"
-    "b: {type: text, size: 5, current: xy}\n"
-    "c:\n  d: {type: u16, enum: [1, 2, 300], current: 2}\n";
-
 constexpr int32_t C = kComponentMedium;
 constexpr int32_t V = kValueMedium;
 constexpr int32_t K = kConstraintMedium;
@@ -359,8 +354,7 @@ TEST_P(CheckTable, IsFoundAndPutRight) {
     EXPECT_EQ(shapeOf(examination.images), GetParam().shape);
     const bool isWhole = GetParam().changes.empty();
     EXPECT_EQ(examination.isDamaged(), !isWhole && !GetParam().isOdd) << testing::PrintToString(linesOf(examination));
-    EXPECT_EQ(areEqual(examination.images, images),
-              isWhole || examination.findings.back().remedy == "it stays as it is");
+    EXPECT_EQ(examination.images.equals(images), isWhole || examination.findings.back().remedy == "it stays as it is");
     expectSound(examination);
 }
 

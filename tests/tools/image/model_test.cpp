@@ -17,7 +17,7 @@ Leaf resolved(const Tiers &tiers, const Constraint &constraint = {}) {
     return leaf;
 }
 
-std::string tiersOf(const Leaf &leaf) {
+std::string numbersOfTiers(const Leaf &leaf) {
     return std::to_string(std::get<uint64_t>(leaf.current)) + " " +
            std::to_string(std::get<uint64_t>(leaf.defaultValue)) + " " +
            std::to_string(std::get<uint64_t>(leaf.factory));
@@ -27,29 +27,29 @@ TEST(Model, MissingTierTakesTheOneBelowIt) {
     const Value one = uint64_t{1};
     const Value two = uint64_t{2};
     const Value three = uint64_t{3};
-    EXPECT_EQ(tiersOf(resolved({one, two, three})), "1 2 3");
-    EXPECT_EQ(tiersOf(resolved({{}, two, three})), "2 2 3");
-    EXPECT_EQ(tiersOf(resolved({one, {}, three})), "1 3 3");
-    EXPECT_EQ(tiersOf(resolved({{}, {}, three})), "3 3 3");
+    EXPECT_EQ(numbersOfTiers(resolved({one, two, three})), "1 2 3");
+    EXPECT_EQ(numbersOfTiers(resolved({{}, two, three})), "2 2 3");
+    EXPECT_EQ(numbersOfTiers(resolved({one, {}, three})), "1 3 3");
+    EXPECT_EQ(numbersOfTiers(resolved({{}, {}, three})), "3 3 3");
 }
 
 TEST(Model, MissingLowestTierTakesTheNearestAbove) {
     const Value one = uint64_t{1};
     const Value two = uint64_t{2};
-    EXPECT_EQ(tiersOf(resolved({one, two, {}})), "1 2 2");
-    EXPECT_EQ(tiersOf(resolved({{}, two, {}})), "2 2 2");
-    EXPECT_EQ(tiersOf(resolved({one, {}, {}})), "1 1 1");
+    EXPECT_EQ(numbersOfTiers(resolved({one, two, {}})), "1 2 2");
+    EXPECT_EQ(numbersOfTiers(resolved({{}, two, {}})), "2 2 2");
+    EXPECT_EQ(numbersOfTiers(resolved({one, {}, {}})), "1 1 1");
 }
 
 TEST(Model, LeafWithoutAnyTierIsZeroWhereTheConstraintAdmitsIt) {
-    EXPECT_EQ(tiersOf(resolved({})), "0 0 0");
-    EXPECT_EQ(tiersOf(resolved({}, Range{uint64_t{0}, uint64_t{9}, uint64_t{0}})), "0 0 0");
-    EXPECT_EQ(tiersOf(resolved({}, Enumeration{{"a", uint64_t{4}}, {"b", uint64_t{0}}})), "0 0 0");
+    EXPECT_EQ(numbersOfTiers(resolved({})), "0 0 0");
+    EXPECT_EQ(numbersOfTiers(resolved({}, Range{uint64_t{0}, uint64_t{9}, uint64_t{0}})), "0 0 0");
+    EXPECT_EQ(numbersOfTiers(resolved({}, Enumeration{{"a", uint64_t{4}}, {"b", uint64_t{0}}})), "0 0 0");
 }
 
 TEST(Model, LeafWithoutAnyTierIsTheMinimumOrTheFirstElementElse) {
-    EXPECT_EQ(tiersOf(resolved({}, Range{uint64_t{5}, uint64_t{9}, uint64_t{0}})), "5 5 5");
-    EXPECT_EQ(tiersOf(resolved({}, Enumeration{{"a", uint64_t{4}}, {"b", uint64_t{2}}})), "4 4 4");
+    EXPECT_EQ(numbersOfTiers(resolved({}, Range{uint64_t{5}, uint64_t{9}, uint64_t{0}})), "5 5 5");
+    EXPECT_EQ(numbersOfTiers(resolved({}, Enumeration{{"a", uint64_t{4}}, {"b", uint64_t{2}}})), "4 4 4");
     EXPECT_EQ(initialValue(Type::s8, Range{int64_t{-9}, int64_t{-3}, int64_t{0}}), Value(int64_t{-9}));
     EXPECT_EQ(initialValue(Type::s8, Range{int64_t{-9}, int64_t{9}, int64_t{2}}), Value(int64_t{-9}))
         << "0 is off step";

@@ -8,8 +8,7 @@
 #include <random>
 
 #include "image/convert.h"
-#include "tools/image/attached.h"
-#include "tools/test_place.h"
+#include "tools/image/check_support.h"
 
 namespace tavdb::image {
 namespace {
@@ -19,11 +18,6 @@ using testing::IsEmpty;
 
 /// Keys: root 16, /a 44, /b 84, /c 124, /c/d 152; three values for each leaf from 16
 /// on; constraints: range of /a 16, elements 32, enumeration 38 of /c/d.
-const char *const kSmall =
-    "a: {type: u32, range: [1, 9], current: 5}\n"
-    "b: {type: text, size: 5, current: xy}\n"
-    "c:\n  d: {type: u16, enum: [1, 2, 300], current: 2}\n";
-
 class RecordMapTest : public testing::Test {
 protected:
     void SetUp() override {

@@ -195,15 +195,15 @@ TEST_P(BadDescriptionTest, IsOneErrorAtItsPlace) {
     EXPECT_THAT(errorLines(read(GetParam().text)), ElementsAre("d.yaml:" + GetParam().line));
 }
 
-std::string nameOf(const testing::TestParamInfo<BadDescription> &info) {
+std::string descriptionName(const testing::TestParamInfo<BadDescription> &info) {
     return info.param.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Trees, BadDescriptionTest, testing::ValuesIn(badTrees()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Syntax, BadDescriptionTest, testing::ValuesIn(badSyntax()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Types, BadDescriptionTest, testing::ValuesIn(badTypes()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Constraints, BadDescriptionTest, testing::ValuesIn(badConstraints()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Values, BadDescriptionTest, testing::ValuesIn(badValues()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Trees, BadDescriptionTest, testing::ValuesIn(badTrees()), descriptionName);
+INSTANTIATE_TEST_SUITE_P(Syntax, BadDescriptionTest, testing::ValuesIn(badSyntax()), descriptionName);
+INSTANTIATE_TEST_SUITE_P(Types, BadDescriptionTest, testing::ValuesIn(badTypes()), descriptionName);
+INSTANTIATE_TEST_SUITE_P(Constraints, BadDescriptionTest, testing::ValuesIn(badConstraints()), descriptionName);
+INSTANTIATE_TEST_SUITE_P(Values, BadDescriptionTest, testing::ValuesIn(badValues()), descriptionName);
 
 TEST(YamlErrors, AllErrorsOfAFileComeInOneRunInItsOrder) {
     EXPECT_THAT(
