@@ -18,6 +18,7 @@ namespace tavdb_benchmark {
 class Directory {
 public:
     /// Builds it below `place`; ends the program with a sentence when that fails.
+    /// @param media as the command names them, or "counted" for file media that count calls
     Directory(const std::string &place, const std::string &media, uint32_t settings);
     ~Directory();
     Directory(const Directory &) = delete;
@@ -35,6 +36,8 @@ public:
     tavDBMDescription description() const;
 
 private:
+    void countCalls() const;
+
     std::string path_;
     std::string media_;
     uint32_t settings_;

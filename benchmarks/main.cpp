@@ -89,6 +89,7 @@ constexpr Group kGroups[] = {
     {"memory-50000", [](Run &run) { run.all("memory", 50000); }},
     {"file", [](Run &run) { run.all("file", kSettings); }},
     {"message", [](Run &run) { run.message(); }},
+    {"counted", [](Run &run) { run.all("counted", kSettings); }},
     {"sync-memory", [](Run &run) { run.sync("memory"); }},
     {"sync-file", [](Run &run) { run.sync("file"); }},
     {"locks", [](Run &run) { run.locks(); }},

@@ -54,6 +54,7 @@ ADDED_TO_NAMES = re.compile(r"(real_time|manual_time|iterations:\d+|repeats:\d+)
 UNITS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 MEDIA = ["memory", "memory floor", "file", "file floor", "message", "message floor"]
 STORES = ["memory", "LMDB", "LMDB in one snapshot", "tdb", "tdb with mutexes", "SQLite"]
+COUNTS = ["accesses", "system_calls", "bytes"]
 SIZES = ["500", "5000", "50000"]
 
 
@@ -69,8 +70,9 @@ class Figure:
         waits = runs[0]["name"].endswith(("/real_time", "/manual_time"))
         self.rounds = [run["real_time" if waits else "cpu_time"] * UNITS[run["time_unit"]] for run in runs]
         self.seconds, self.spread = median_and_spread(self.rounds)
-        self.memory_kib = max(run.get("memory_kib", 0) for run in runs)
+        self.memory_kib = statistics.median(run.get("memory_kib", 0) for run in runs)
         self.shortest_seconds = min(run.get("shortest_seconds", 0) for run in runs)
+        self.counts = [runs[0].get(name) for name in COUNTS]
         self.processor_seconds = statistics.median(run.get("processor_seconds", 0) for run in runs)
 
     def __str__(self):
@@ -165,6 +167,10 @@ def print_all(figures):
                 lambda p: (p[0], p[1]) if len(p) == 3 and p[2] == "5000" else None, least=2)
     print_pivot(figures, "Processes at once, for each access of one of them", ["memory", "file"],
                 lambda p: (p[0].removeprefix("processes, "), p[1]) if p[0].startswith("processes") else None)
+    print_table("What is asked of media for each, 5,000 settings",
+                ["", "accesses", "system calls on file media", "bytes"],
+                [[name.split("/")[0], *(f"{count:,.0f}" for count in figure.counts)]
+                 for name, figure in sorted(figures.items()) if None not in figure.counts])
     print_table("Locks", ["", "time"], [[name, str(figure)] for name, figure in sorted(figures.items())
                                         if name.startswith("lock")])
     print_table("Programs", ["", "time", "shortest run", "of a processor", "memory"],

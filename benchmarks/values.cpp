@@ -117,6 +117,8 @@ void addValues(Device &device) {
     addWrite<tavDBMSetFloat64, double>(device, Kind::f64, "write f64");
     addTexts(device);
     addOne(device);
+    if (device.directory().media() == "counted")
+        return;
     const MakeFloor make = floorOf(device.directory().media());
     addFloorOf(device, make, "u32", false);
     addFloorOf(device, make, "one u32", true);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "counted_media.h"
 #include "device.h"
 #include "scratch.h"
 
@@ -41,13 +42,28 @@ inline void addFor(const Directory &directory, const std::string &name, Body bod
         add(name, std::move(body));
 }
 
+/// What was asked of counted media since `before`, for each iteration.
+inline void count(benchmark::State &state, const MediumCalls &before) {
+    const MediumCalls &now = countedCalls;
+    const auto add = [&state](const char *name, uint64_t calls) {
+        state.counters[name] = benchmark::Counter(static_cast<double>(calls), benchmark::Counter::kAvgIterations);
+    };
+    add("accesses", now.opens - before.opens);
+    add("system_calls", now.opens + now.transfers + now.seeks + now.closes - before.opens - before.transfers -
+                            before.seeks - before.closes);
+    add("bytes", now.bytes - before.bytes);
+}
+
 /// Runs `step` again and again; it returns whether it did what it should.
 template <typename Step>
 void measure(benchmark::State &state, Step step) {
+    const MediumCalls before = countedCalls;
     for (auto _ : state) {
         if (!step())
             return state.SkipWithError("it failed");
     }
+    if (countedCalls.opens != before.opens)
+        count(state, before);
 }
 
 /// Typed reads and writes, and the floor of the medium.
