@@ -6,12 +6,12 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <numeric>
 
 #include "fakes/event_log.h"
 #include "fakes/fake_semaphores.h"
 #include "fakes/fake_trace.h"
+#include "file_content.h"
 
 namespace tavdb_test {
 
@@ -35,9 +35,8 @@ std::vector<uint32_t> ascending(uint32_t first, uint32_t last) {
 }
 
 Bytes bytesOfFile(const std::string &path) {
-    std::ifstream stream(path, std::ios::binary);
-    EXPECT_TRUE(stream) << path << " cannot be read";
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    EXPECT_EQ(access(path.c_str(), R_OK), 0) << path << " cannot be read";
+    return contentOf<Bytes>(path);
 }
 
 void writeFile(const std::string &path, const Bytes &bytes) {

@@ -6,13 +6,12 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
 
 #include "control/control_test_support.h"
 #include "fakes/fake_trace.h"
+#include "file_content.h"
 #include "tavdb_modules.h"
 
 namespace tavdb_test {
@@ -39,17 +38,12 @@ std::string maskedLines(int32_t level) {
 
 using GoldenDump = ControlFixture;
 
-std::string goldenText() {
-    std::ifstream file(TAVDB_TEST_WHOLE_DUMP);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 TEST_F(GoldenDump, OfAFreshlyAttachedLibraryAtLevel5) {
     start();
     uint32_t debugSize = 0;
     uint32_t ramSize = 0;
     ASSERT_EQ(dbs_me_db_debug(5, &debugSize, &ramSize), 0);
-    EXPECT_EQ(maskedLines(5), goldenText());
+    EXPECT_EQ(maskedLines(5), contentOf(TAVDB_TEST_WHOLE_DUMP));
     EXPECT_EQ(debugSize, 208U + 8 + 14904 + 28 + 3632 + 512 + 4);
     EXPECT_EQ(ramSize, 20U + 8 + 8 + sizeof media_table + 4);
 }
@@ -61,7 +55,7 @@ INSTANTIATE_TEST_SUITE_P(Levels, GoldenDumpAt, testing::Values(99, 0, 6), testin
 TEST_P(GoldenDumpAt, AnyLevelButThoseOfTheirOwnIsThatOfLevel5WithoutItsSizes) {
     start();
     ASSERT_EQ(dbs_me_db_debug(GetParam(), nullptr, nullptr), 0);
-    const std::string golden = goldenText();
+    const std::string golden = contentOf(TAVDB_TEST_WHOLE_DUMP);
     ASSERT_FALSE(golden.empty());
     EXPECT_EQ(maskedLines(GetParam()), std::regex_replace(golden, std::regex(R"(.*\]:(debug|ram)_size\n)"), ""));
 }

@@ -14,6 +14,7 @@
 #include <memory>
 #include <thread>
 
+#include "file_content.h"
 #include "gateway_test_support.h"
 #include "tavdb_modules.h"
 
@@ -25,17 +26,13 @@ namespace tavdb::test {
 
 namespace {
 
+using tavdb_test::contentOf;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
 constexpr int32_t kDataMedium = 5;
 constexpr char kLeaf[] = "/network/lan/mtuBytes";
-
-std::string contentOf(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 size_t openDescriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");

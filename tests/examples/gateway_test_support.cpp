@@ -11,10 +11,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <thread>
+
+#include "file_content.h"
 
 namespace tavdb::test {
 
@@ -32,11 +32,6 @@ bool within(std::chrono::seconds limit, Condition condition) {
         std::this_thread::sleep_for(kPause);
     }
     return true;
-}
-
-std::string readFile(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace
@@ -88,7 +83,7 @@ void Program::signal(int number) const {
 }
 
 std::string Program::output() const {
-    return readFile(path);
+    return tavdb_test::contentOf(path);
 }
 
 void GatewayTest::SetUp() {

@@ -18,6 +18,8 @@ std::string hexText(std::span<const uint8_t> bytes) {
 }
 
 std::vector<std::string> differences(const Bytes &before, const Bytes &after) {
+    if (before == after)
+        return {};
     std::vector<std::string> lines;
     const size_t common = std::min(before.size(), after.size());
     for (size_t at = 0; at < common; ++at) {

@@ -10,13 +10,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 
 #include "fakes/event_log.h"
 #include "fakes/fake_media.h"
 #include "fakes/fault_plan.h"
 #include "fakes/fault_runs.h"
 #include "fakes/stand_in_library.h"
+#include "file_content.h"
 
 namespace tavdb_test {
 namespace {
@@ -38,11 +38,6 @@ public:
 
     void TestBody() override {}
 };
-
-std::string contentOf(const char *path) {
-    std::ifstream stream(path);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
 
 /// The life of a test in which the stand-in forgets something.
 void runWith(Forgotten what) {

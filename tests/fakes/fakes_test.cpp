@@ -6,12 +6,11 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <set>
 #include <string>
 
+#include "file_content.h"
 #include "tavdb_platform.h"
 
 namespace tavdb_test {
@@ -21,8 +20,7 @@ using Platform = FakesTest;
 
 /// The functions that the platform header declares one by one; the media functions stand in its lists.
 std::set<std::string> declaredFunctions() {
-    std::ifstream file(TAVDB_TEST_PLATFORM_HEADER);
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string text = contentOf(TAVDB_TEST_PLATFORM_HEADER);
     std::set<std::string> names;
     const std::regex declaration(R"(\nTAVDB_API [a-zA-Z0-9_ ]*[ *]([a-zA-Z0-9_]+)\()");
     for (std::sregex_iterator match(text.begin(), text.end(), declaration), end; match != end; ++match)

@@ -103,6 +103,8 @@ std::optional<Fault> FaultPlan::countedFault(Operation operation) {
 
 // Only the first rule that fits counts the operation, so that rules follow each other.
 std::optional<Fault> FaultPlan::ruledFault(Operation operation, std::string_view subject) {
+    if (rules_.empty())
+        return std::nullopt;
     const auto rule = std::find_if(rules_.begin(), rules_.end(), [&](const FaultRule &candidate) {
         return candidate.operation == operation && (candidate.subject.empty() || candidate.subject == subject);
     });

@@ -2,9 +2,9 @@
 #include "faults/fault_world.h"
 
 #include <fstream>
-#include <iterator>
 
 #include "constraint/db_value_types.h"
+#include "file_content.h"
 
 namespace tavdb_test {
 
@@ -157,8 +157,7 @@ void FaultWorld::writeListFile() const {
 }
 
 Bytes FaultWorld::readListFile() const {
-    std::ifstream stream(world.listFile, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    return contentOf<Bytes>(world.listFile);
 }
 
 }  // namespace tavdb_test

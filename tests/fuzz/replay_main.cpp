@@ -3,10 +3,9 @@
 // named, and over those in folders that are named. Fails when there is none.
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
+#include "file_content.h"
 #include "fuzz/fuzz_target.h"
 
 namespace {
@@ -15,8 +14,7 @@ namespace fs = std::filesystem;
 
 void replay(const fs::path &path) {
     std::fprintf(stderr, "%s\n", path.c_str());  // the last one named is the one that failed
-    std::ifstream file(path, std::ios::binary);
-    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    const std::string content = tavdb_test::contentOf(path);
     LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(content.data()), content.size());
 }
 

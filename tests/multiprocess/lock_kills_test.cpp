@@ -19,9 +19,8 @@ using tavdb::test::since;
 
 constexpr uint32_t kComponent = 77;
 constexpr uint32_t kMostWorkers = 16;
-constexpr uint32_t kLockKills =
-    kSlow ? 175 : 700;                 ///< of each number of workers, unless TAVDB_TEST_KILLS says how many
-constexpr uint32_t kMostEntries = 20;  ///< into the section, by all workers, between two deaths
+constexpr uint32_t kLockKills = kSlow ? 175 : 700;  ///< with each number of workers, or TAVDB_TEST_KILLS
+constexpr uint32_t kMostEntries = 20;               ///< into the section, by all workers, between two deaths
 constexpr uint32_t kLongestWaitMs = kSlow ? 10000 : 2000;
 
 /// Shared by all; a worker is known by its number from 1.

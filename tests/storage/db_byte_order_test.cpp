@@ -3,8 +3,8 @@
 // the writer of free blocks: it ends the process before anything is written.
 #include <csignal>
 #include <fstream>
-#include <iterator>
 
+#include "file_content.h"
 #include "storage/file_list_place.h"
 
 namespace tavdb_test {
@@ -130,8 +130,7 @@ protected:
                      static_cast<std::streamsize>(image_.bytes.size()));
     }
     std::vector<std::string> changes() const {
-        std::ifstream stream(file("default.med"), std::ios::binary);
-        return differences(image_.bytes, {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()});
+        return differences(image_.bytes, contentOf<Bytes>(file("default.med")));
     }
     static bool endedByASignal(int status) {
         return WIFSIGNALED(status) &&

@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "fakes/fault_runs.h"
+#include "file_content.h"
 #include "storage/storage_test_support.h"
 
 namespace tavdb_test {
@@ -34,8 +35,7 @@ protected:
         stream.write(reinterpret_cast<const char *>(content.data()), static_cast<std::streamsize>(content.size()));
     }
     Bytes content() const {
-        std::ifstream stream(file(kFile), std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+        return contentOf<Bytes>(file(kFile));
     }
     int32_t open() {
         return dbs_me_db_media_def_open("", 0, &error_);

@@ -2,9 +2,9 @@
 #include "storage/file_list_place.h"
 
 #include <fstream>
-#include <iterator>
 
 #include "fakes/libc_recorder.h"
+#include "file_content.h"
 
 namespace tavdb_test {
 
@@ -75,8 +75,7 @@ public:
         ASSERT_TRUE(stream);
     }
     Bytes image() const override {
-        std::ifstream stream(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+        return contentOf<Bytes>(path_);
     }
     uint32_t get(tavDBMSession *session, uint32_t size) override {
         const Recording recording;

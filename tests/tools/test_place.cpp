@@ -8,9 +8,10 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <random>
 #include <stdexcept>
+
+#include "file_content.h"
 
 namespace tavdb_test {
 
@@ -49,9 +50,8 @@ void TestPlace::write(std::string_view name, std::string_view content) const {
 }
 
 std::string bytesOf(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_TRUE(file.good()) << path;
-    return {std::istreambuf_iterator<char>(file), {}};
+    EXPECT_EQ(access(path.c_str(), R_OK), 0) << path;
+    return contentOf(path);
 }
 
 std::map<std::string, std::string> filesIn(const std::string &folder) {

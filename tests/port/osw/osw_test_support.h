@@ -3,17 +3,15 @@
 // users without rights, and what a process holds.
 #pragma once
 
+#include "file_content.h"
 #include "port/contract/contract_support.h"
 
 namespace tavdb::test {
 
+using tavdb_test::contentOf;
+
 inline int32_t code(int error) {
     return 0x1000 | error;
-}
-
-inline std::string contentOf(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 inline bool isRoot() {
