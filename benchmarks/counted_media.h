@@ -7,12 +7,9 @@
 
 extern "C" {
 
-/// Each of the four is one system call.
 struct MediumCalls {
-    uint64_t opens;
-    uint64_t transfers;
-    uint64_t seeks;
-    uint64_t closes;
+    uint64_t accesses;  ///< each opens a medium
+    uint64_t systemCalls;
     uint64_t bytes;  ///< transferred
 };
 

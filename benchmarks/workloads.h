@@ -44,14 +44,12 @@ inline void addFor(const Directory &directory, const std::string &name, Body bod
 
 /// What was asked of counted media since `before`, for each iteration.
 inline void count(benchmark::State &state, const MediumCalls &before) {
-    const MediumCalls &now = countedCalls;
     const auto add = [&state](const char *name, uint64_t calls) {
         state.counters[name] = benchmark::Counter(static_cast<double>(calls), benchmark::Counter::kAvgIterations);
     };
-    add("accesses", now.opens - before.opens);
-    add("system_calls", now.opens + now.transfers + now.seeks + now.closes - before.opens - before.transfers -
-                            before.seeks - before.closes);
-    add("bytes", now.bytes - before.bytes);
+    add("accesses", countedCalls.accesses - before.accesses);
+    add("system_calls", countedCalls.systemCalls - before.systemCalls);
+    add("bytes", countedCalls.bytes - before.bytes);
 }
 
 /// Runs `step` again and again; it returns whether it did what it should.
@@ -62,7 +60,7 @@ void measure(benchmark::State &state, Step step) {
         if (!step())
             return state.SkipWithError("it failed");
     }
-    if (countedCalls.opens != before.opens)
+    if (countedCalls.accesses != before.accesses)
         count(state, before);
 }
 

@@ -41,7 +41,7 @@ protected:
 
 TEST_F(SessionTable, ANewFileHasTheseBytes) {
     const Bytes bytes = bytesOfFile(sessionPath());
-    EXPECT_EQ(bytes.size(), 16412U);
+    ASSERT_EQ(bytes.size(), 16412U);
     EXPECT_EQ(hexText(std::span(bytes).first(12)), hexWords(1, 1023, 0));
     EXPECT_EQ(hexText(std::span(bytes).subspan(12, 16)), hexWords(0, 0, 0, 0));
     EXPECT_EQ(hexText(std::span(bytes).subspan(12 + 16, 16)), hexWords(1, 0, 0, 2));
@@ -132,7 +132,7 @@ TEST_F(SessionStart, AFailedInitCountsAsAStartAndIsNotTriedAgain) {
 /// A new lock table is made by the same start.
 TEST_F(SessionTable, ANewLockTableHasTheseBytes) {
     const Bytes bytes = bytesOfFile(file("lock.tbl"));
-    EXPECT_EQ(bytes.size(), 24624U);
+    ASSERT_EQ(bytes.size(), 24624U);
     EXPECT_EQ(hexText(std::span(bytes).first(24)), hexWords(1, 0, 0, 0, 0, 0));
     EXPECT_EQ(hexText(std::span(bytes).subspan(24 + 24, 24)), hexWords(0, 0, 0, 0, 2, 0));
     EXPECT_EQ(hexText(std::span(bytes).subspan(24 + 24 * 1023, 24)), hexWords(0, 0, 0, 0, 0, 1022));
