@@ -21,6 +21,18 @@
 namespace tavdb_test {
 
 /// Names the rows of a table of tests by their member `name`.
+/// One way to damage a table.
+template <typename Table>
+struct Damage {
+    std::string name;
+    std::function<void(Table &)> apply;
+};
+
+template <typename Table>
+void PrintTo(const Damage<Table> &damage, std::ostream *stream) {
+    *stream << damage.name;
+}
+
 /// As many as the table of a database has room for.
 inline constexpr uint32_t kSessions = 1023;
 

@@ -269,15 +269,7 @@ TEST_F(ControlTable, ThePrimitivesDoNothingWithoutATable) {
     EXPECT_EQ(db_getDb(1), nullptr);
 }
 
-/// Words of the table that a damage puts to a wrong value.
-struct ControlDamage {
-    const char *name;
-    std::function<void(tavDBMControlTable &)> apply;
-};
-
-void PrintTo(const ControlDamage &damage, std::ostream *stream) {
-    *stream << damage.name;
-}
+using ControlDamage = Damage<tavDBMControlTable>;
 
 /// Three databases in use (3, 2, 1 in list order), then the damage.
 class DamagedControlTable : public ControlTable, public testing::WithParamInterface<ControlDamage> {

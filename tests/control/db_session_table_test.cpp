@@ -296,15 +296,7 @@ TEST_F(SessionShow, AfterTheDetachOnlyALineEndIsLeft) {
     EXPECT_EQ(shown(3), "\n");
 }
 
-/// Words of the table that a damage puts to a wrong value.
-struct SessionDamage {
-    const char *name;
-    std::function<void(tavDBMSessionTable &)> apply;
-};
-
-void PrintTo(const SessionDamage &damage, std::ostream *stream) {
-    *stream << damage.name;
-}
+using SessionDamage = Damage<tavDBMSessionTable>;
 
 /// Three sessions open (3, 2, 1 in list order), then the damage.
 class DamagedSessionTable : public SessionShow, public testing::WithParamInterface<SessionDamage> {

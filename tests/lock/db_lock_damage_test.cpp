@@ -14,32 +14,26 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// One way to damage a table in which entries 1 to 3 hold the components 100, 200 and 300.
-struct Damage {
-    std::string name;
-    std::function<void(tavDBMLockTable &table)> apply;
-};
-void PrintTo(const Damage &damage, std::ostream *stream) {
-    *stream << damage.name;
-}
+using LockDamage = Damage<tavDBMLockTable>;
 
 /// The same damage with each index that is none.
-void addIndices(std::vector<Damage> &all, const std::string &name,
+void addIndices(std::vector<LockDamage> &all, const std::string &name,
                 const std::function<uint32_t &(tavDBMLockTable &table)> &word) {
     for (const auto &[text, index] : {std::pair{"JustOutside", 1024U}, std::pair{"FarOutside", 50000U},
                                       std::pair{"Negative", 0xFFFFFFFFU}, std::pair{"None", 0U}})
         all.push_back({name + text, [word, index](tavDBMLockTable &table) { word(table) = index; }});
 }
 
-std::vector<Damage> damages() {
+std::vector<LockDamage> damages() {
     using Table = tavDBMLockTable;
-    std::vector<Damage> all;
+    std::vector<LockDamage> all;
     addIndices(all, "First", [](Table &t) -> uint32_t & { return t.first; });
     addIndices(all, "Last", [](Table &t) -> uint32_t & { return t.last; });
     addIndices(all, "FreeHead", [](Table &t) -> uint32_t & { return t.freeHead; });
     addIndices(all, "NextOfALock", [](Table &t) -> uint32_t & { return t.entry[1].next; });
     addIndices(all, "PrevOfALock", [](Table &t) -> uint32_t & { return t.entry[2].prev; });
     addIndices(all, "NextOfAFreeEntry", [](Table &t) -> uint32_t & { return t.entry[4].next; });
-    const std::vector<Damage> loops = {
+    const std::vector<LockDamage> loops = {
         {"ALockThatFollowsItself", [](Table &t) { t.entry[2].next = 2; }},
         {"LocksInACircle", [](Table &t) { t.entry[3].next = 1; }},
         {"AFreeEntryThatFollowsItself", [](Table &t) { t.entry[4].next = 4; }},
@@ -55,7 +49,7 @@ std::vector<Damage> damages() {
     return all;
 }
 
-class DamagedLockTableTest : public LockTest, public testing::WithParamInterface<Damage> {
+class DamagedLockTableTest : public LockTest, public testing::WithParamInterface<LockDamage> {
 protected:
     void SetUp() override {
         LockTest::SetUp();

@@ -75,13 +75,13 @@ Result<std::vector<MediaLine>> readMediaFile(const std::string &folder) {
         return Lines::bad(faultIn(std::string(kMediaFile), content.error));
     auto lines = parseMediaFile(*content.value);
     if (lines.size() < kMediumNames.size())
-        return Lines::bad({FaultKind::damaged, "media.conf names " + std::to_string(lines.size()) +
-                                                   " media, a database has " + std::to_string(kMediumNames.size())});
+        return Lines::bad(damaged("media.conf names " + std::to_string(lines.size()) + " media, a database has " +
+                                  std::to_string(kMediumNames.size())));
     return Lines::good(std::move(lines));
 }
 
 Fault damagedHeader(const std::string &sentence) {
-    return {FaultKind::damaged, "the header is damaged: " + sentence};
+    return damaged("the header is damaged: " + sentence);
 }
 
 /// An image as far as it is looked at: its first words as this machine has them.
@@ -135,7 +135,7 @@ Result<ImageStart> readStart(const std::string &path) {
     using Start = Result<ImageStart>;
     const auto file = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file.isOpen() && errno == ENOENT)
-        return Start::bad({FaultKind::damaged, "the database is incomplete: this image is missing"});
+        return Start::bad(damaged("the database is incomplete: this image is missing"));
     struct stat status = {};
     if (!file.isOpen() || fstat(file.get(), &status) != 0)
         return Start::bad(faultOfError(errno, "cannot be opened"));
@@ -264,7 +264,7 @@ Result<DatabaseDirectory> openDirectory(const std::string &path, DirectoryUse us
     if (use == DirectoryUse::repair)
         return Opened::good(std::move(directory));
     if (exists(joinPath(directory.path, kRepairJournal)))
-        return Opened::bad({FaultKind::damaged, "a repair was cut short; 'tavdb repair' finishes it"});
+        return Opened::bad(damaged("a repair was cut short; 'tavdb repair' finishes it"));
     auto fault = checkImages(directory, use);
     if (!fault && use == DirectoryUse::attach)
         fault = checkTables(directory);

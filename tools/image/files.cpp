@@ -62,7 +62,7 @@ Status checkRegular(int fd) {
     struct stat status = {};
     if (fstat(fd, &status) != 0)
         return faultOfError(errno, "cannot be opened");
-    return S_ISREG(status.st_mode) ? Status{} : Fault{FaultKind::damaged, "is no regular file"};
+    return S_ISREG(status.st_mode) ? Status{} : damaged("is no regular file");
 }
 
 Result<std::string> readFile(const std::string &path, size_t limitBytes) {

@@ -308,7 +308,7 @@ std::vector<ByteRange> unclaimedRanges(const RawImages &images, const RecordMap 
 
 Fault faultOf(const MapFault &found) {
     const auto &medium = kMediumNames[static_cast<size_t>(found.medium) - 1];
-    return faultIn(std::string(medium.file), {FaultKind::damaged, found.sentence});
+    return faultIn(std::string(medium.file), damaged(found.sentence));
 }
 
 }  // namespace tavdb::image

@@ -57,7 +57,7 @@ Result<std::vector<std::string>> readJournal(const std::string &folder) {
         if (isReplaceable(name))
             names.push_back(name);
         else
-            return Names::bad(faultIn(std::string(kRepairJournal), {FaultKind::damaged, "is no journal"}));
+            return Names::bad(faultIn(std::string(kRepairJournal), damaged("is no journal")));
     return Names::good(std::move(names));
 }
 
@@ -120,7 +120,7 @@ Status checkPlaces(const RawImages::Contents &contents) {
             strangers.emplace_back(medium.file);
     if (strangers.size() < 2)
         return std::nullopt;
-    return Fault{FaultKind::damaged, strangers[0] + " and " + strangers[1] + " are images of other media: exchanged?"};
+    return damaged(strangers[0] + " and " + strangers[1] + " are images of other media: exchanged?");
 }
 
 /// The images, those that a journal names in their repaired form. One that is missing is empty.
@@ -140,7 +140,7 @@ Result<RawImages::Contents> readContents(const std::string &folder, const std::v
         contents[static_cast<size_t>(medium.id)] = content ? std::move(*content.value) : std::string();
     }
     if (missing == kMediumNames.size())
-        return Contents::bad({FaultKind::damaged, "the database is incomplete: all images are missing"});
+        return Contents::bad(damaged("the database is incomplete: all images are missing"));
     return Contents::good(std::move(contents));
 }
 

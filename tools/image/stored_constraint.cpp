@@ -73,7 +73,7 @@ Status readTyped(Database &database, uint32_t key, Type type, StoredConstraint &
     if (!kind)
         return faultOfCode(TAVDB_ERR_CONSTRAINT_TYPE, 0);
     if (kind->valueType != static_cast<int32_t>(type))
-        return Fault{FaultKind::damaged, "it is for values of type " + std::string(findType(kind->valueType)->name)};
+        return damaged("it is for values of type " + std::string(findType(kind->valueType)->name));
     return kind->kind == RecordKind::enumeration ? readEnumeration(database, key, type, stored.constraint)
                                                  : readRange(database, key, type, stored.constraint);
 }

@@ -24,8 +24,8 @@ Result<std::unique_ptr<Table>> readTable(const std::string &path) {
     if (!content)
         return Read::bad(faultIn(path, content.error));
     if (content.value->size() != sizeof(Table))
-        return Read::bad({FaultKind::damaged, path + " has " + std::to_string(content.value->size()) +
-                                                  " bytes, a table of its kind has " + std::to_string(sizeof(Table))});
+        return Read::bad(damaged(path + " has " + std::to_string(content.value->size()) +
+                                 " bytes, a table of its kind has " + std::to_string(sizeof(Table))));
     auto table = std::make_unique<Table>();
     std::memcpy(table.get(), content.value->data(), sizeof(Table));
     return Read::good(std::move(table));

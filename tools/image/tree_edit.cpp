@@ -42,8 +42,7 @@ Result<Place> placeOf(Database &database, const Located &component) {
     });
     if (isFound)
         return Result<Place>::good(place);
-    return Result<Place>::bad(
-        fault.value_or(Fault{FaultKind::damaged, "another component of the same name hides its parent"}));
+    return Result<Place>::bad(fault.value_or(damaged("another component of the same name hides its parent")));
 }
 
 Status unlinkAt(Database &database, const Place &place) {
